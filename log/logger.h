@@ -28,8 +28,8 @@ namespace tamrix {
 enum Level : int { kDebug = 1, kProgress = 2, kInfo = 3, kWarning = 4, kUrgent = 5 };
 
 // Lifetime: from the start of the program to its end; `logger` points at it in between.
-// Threads: log, output, prompt and recordReturnCode from any thread, lines never interleave; everything else on
-// the main thread while no other thread runs.
+// Threads: log, output, prompt and recordReturnCode from any thread, lines never interleave; everything else
+// on the main thread while no other thread runs.
 class Logger : public Message {
  public:
   // Log lines go to `logFd`, plain lines to `outputFd`. Nothing may be logged before init.

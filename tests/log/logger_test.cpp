@@ -42,7 +42,8 @@ TEST(Logger, plainOutputIgnoresTheLevelAndPromptHasNoLineEnd) {
   CapturedLog captured(kUrgent);
   logger->output(msg::kMainEnded, 7);
   logger->prompt(msg::kListOverwrite, "/a b");
-  EXPECT_EQ(captured.outputText(), "tamrix:main - Ended with return code 7\nTamrix: Overwrite '/a b'? (y/n/a) ");
+  EXPECT_EQ(captured.outputText(),
+            "tamrix:main - Ended with return code 7\nTamrix: Overwrite '/a b'? (y/n/a) ");
   EXPECT_EQ(captured.logText(), "");
 }
 
@@ -61,7 +62,9 @@ TEST(Logger, timerPutsTheSecondsBeforeLogLinesOnly) {
   logger->reinit(kInfo, true);
   logger->log(kInfo, msg::kWriterFilesCopied, 3);
   logger->output(msg::kMainEnded, 0);
-  EXPECT_TRUE(std::regex_match(captured.logText(), std::regex(" {4}[ 0-9]\\d\\.\\d{6} 3 file\\(s\\) copied\n| {4}\\d\\.\\d{6} 3 file\\(s\\) copied\n")))
+  EXPECT_TRUE(std::regex_match(
+      captured.logText(),
+      std::regex(" {4}[ 0-9]\\d\\.\\d{6} 3 file\\(s\\) copied\n| {4}\\d\\.\\d{6} 3 file\\(s\\) copied\n")))
       << captured.logText();
   EXPECT_EQ(captured.outputText(), "tamrix:main - Ended with return code 0\n");
 }
