@@ -1,0 +1,21 @@
+// The options that exist: one row each, walked by defaults, acceptance test and command-line parser alike.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+namespace tamrix {
+
+// One option. All texts are constants that outlive every store.
+struct KnownProperty {
+  std::string_view name;                            // lower case
+  std::string_view defaultValue;                    // loaded by Properties::setDefaults
+  bool isSwitch = false;                            // on the command line, the bare name means "enable"
+  std::span<const std::string_view> accepted = {};  // the values it takes; empty: any
+};
+
+// The program's options, in the order in which defaults are loaded. A store made with another table has
+// other options: that is how the paths that no program option selects are reached.
+std::span<const KnownProperty> programProperties();
+
+}  // namespace tamrix

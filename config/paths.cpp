@@ -1,0 +1,55 @@
+// Making "srcpath" and "dstpath" absolute.
+//
+//     /x  "/x"          stay as they are, quotes included
+//     ~/x  ./x          home or working directory, then /x
+//     x                 working directory, then /x
+//     "x"               as x" (the opening quote goes, the closing one stays)
+//
+// Kept: after a leading "~" or "." anything but a slash and at least one more character is dropped, so
+// ~user becomes the home directory, and .. ../up and .hidden become the working directory.
+#include <cstdlib>
+#include <filesystem>
+
+#include "config/properties.h"
+#include "log/logger.h"
+
+namespace tamrix {
+
+int Properties::updatePath(const char* key) {
+  const char* stored = nullptr;
+  getProperty(key, stored);
+  std::string value = stored != nullptr ? stored : "";
+  if (value.starts_with('/') || value.starts_with("\"/")) return 0;
+  if (value.starts_with('"')) {
+    value.erase(0, 1);
+    if (addProperty(key, value) != 0) return 1;
+  }
+
+  logger->log(kDebug, msg::kPropRelativePath, value);
+  std::error_code error;
+  const std::string currentDir = std::filesystem::current_path(error).string();
+  if (error) {
+    logger->log(kUrgent, msg::kPropNoCurrentDir, error.message());
+    return 1;
+  }
+  logger->log(kDebug, msg::kPropCurrentDir, currentDir);
+
+  std::string path = currentDir;
+  if (value.starts_with('~')) {
+    const char* const home = std::getenv("HOME");
+    if (home == nullptr || *home == '\0') {
+      logger->log(kUrgent, msg::kPropHomeNotSet, value);
+      return 1;
+    }
+    path = home;
+  }
+  if (!value.starts_with('~') && !value.starts_with('.')) {
+    path += "/" + value;
+  } else if (value.size() >= 3 && value[1] == '/') {
+    path += value.substr(1);
+  }
+  logger->log(kDebug, msg::kPropNewPath, path);
+  return addProperty(key, path);
+}
+
+}  // namespace tamrix
