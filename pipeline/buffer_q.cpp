@@ -1,0 +1,141 @@
+// The ring at work; buffer_pool.cpp makes and frees it.
+#include "pipeline/buffer_q.h"
+
+#include <sys/mman.h>
+
+#include <cassert>
+#include <cerrno>
+#include <cstring>
+
+#include "log/logger.h"
+
+namespace tamrix {
+
+namespace {
+
+// Slot indexes as the catalogue's %d shows them: starved reads -1.
+std::int32_t shown(std::uint32_t index) { return static_cast<std::int32_t>(index); }
+
+}  // namespace
+
+int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
+  if (logger->level() <= kDebug) {
+    logger->log(kDebug, msg::kRingGet, moduleId);
+    const Run run = ownedBy(moduleId);
+    logger->log(kDebug, msg::kRingGetHeadTail, shown(run.head), shown(run.tail));
+    logger->log(kDebug, msg::kRingInputModule, predecessor(moduleId));
+  }
+  if (stop_->isSet()) {
+    logger->log(kDebug, msg::kRingGetStopped);
+    return -1;
+  }
+  {
+    const MutexLock lock(mutex_);
+    if (const int result = waitForSlot(moduleId); result != 0) return result;
+    const ModulePosition& me = positions_[moduleId];
+    logger->log(kDebug, msg::kRingHandOut, shown(me.head), shown(me.tail), shown(me.head));
+    slot = &slots_[me.head];
+    if (slot->capacity == 0) prepareSlot(*slot, me.head);
+  }
+  return mode_ == Mode::kBufferFile ? mapSlot(*slot) : 0;
+}
+
+// Returns 0 once the module owns a slot, 1 when it is to stop instead.
+int BufferQ::waitForSlot(int moduleId) {
+  while (positions_[moduleId].head == kStarved) {
+    const auto deadline = std::chrono::steady_clock::now() + waitRound_;
+    logger->log(kDebug, msg::kRingStarved, moduleId);
+    const auto woken = positions_[predecessor(moduleId)].handedOn.waitUntil(mutex_, deadline);
+    logger->log(kDebug, msg::kRingResume, moduleId);
+    if (woken != CondVar::Wake::kTimedOut) continue;
+
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(waitRound_).count();
+    logger->log(kDebug, msg::kRingWaitTimedOut, static_cast<std::int32_t>(seconds), moduleId);
+    if (logger->level() == kDebug) logger->output(msg::kRingTimeoutNotice, moduleId);
+    if (stop_->isSet()) {
+      logger->log(kDebug, msg::kRingWaitStopped);
+      return 1;
+    }
+  }
+  return 0;
+}
+
+int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
+  logger->log(kDebug, msg::kRingPut, shown(slot.bufferId), moduleId);
+  const int nextId = successor(moduleId);
+  slot.nextModuleId = static_cast<std::uint32_t>(nextId);
+
+  const MutexLock lock(mutex_);
+  dump();
+  if (mode_ == Mode::kBufferFile && unmapSlot(slot) != 0) return 1;
+  ModulePosition& me = positions_[moduleId];
+  ModulePosition& next = positions_[nextId];
+  assert(&slots_[me.head] == &slot);
+  const bool wasLast = me.head == me.tail;
+
+  next.tail = me.head;
+  logger->log(kDebug, msg::kRingNext, nextId, shown(me.head), shown(slot.bufferId));
+  if (next.head == kStarved) {
+    logger->log(kDebug, msg::kRingNextStarved, nextId);
+    next.head = next.tail;
+    me.handedOn.notifyAll();
+    logger->log(kDebug, msg::kRingNextFed, nextId, shown(next.head));
+  }
+  // A ring of one module passes the slot to itself: it owns all slots, always.
+  if (wasLast && nextId != moduleId) {
+    logger->log(kDebug, msg::kRingLastSlot, moduleId);
+    me.head = kStarved;
+  } else {
+    me.head = (me.head + 1) % static_cast<std::uint32_t>(bufferCount_);
+    logger->log(kDebug, msg::kRingNewHead, shown(me.head));
+  }
+  dump();
+  return 0;
+}
+
+BufferQ::Run BufferQ::ownedBy(int moduleId) const {
+  const MutexLock lock(mutex_);
+  return {positions_[moduleId].head, positions_[moduleId].tail};
+}
+
+// Slots are set up when first handed out, so that a short copy does not touch the whole pool.
+void BufferQ::prepareSlot(BufferSlot& slot, std::uint32_t index) const {
+  slot.bufferId = index;
+  slot.capacity = bufferSize_;
+  if (mode_ == Mode::kMemory) {
+    slot.data = memory_ + static_cast<std::size_t>(index) * static_cast<std::size_t>(bufferSize_);
+  } else {
+    slot.bufferFd = bufferFd_;
+    slot.segment = index * segmentSize_;
+  }
+}
+
+int BufferQ::mapSlot(BufferSlot& slot) const {
+  logger->log(kDebug, msg::kRingMap, slot.capacity, static_cast<long long>(slot.segment));
+  void* const mapped = mmap(nullptr, static_cast<std::size_t>(slot.capacity), PROT_READ | PROT_WRITE,
+                            MAP_SHARED, slot.bufferFd, static_cast<off_t>(slot.segment));
+  if (mapped == MAP_FAILED) {
+    logger->log(kUrgent, msg::kRingMapFailed, std::strerror(errno));
+    return 1;
+  }
+  slot.data = static_cast<char*>(mapped);
+  return 0;
+}
+
+int BufferQ::unmapSlot(BufferSlot& slot) const {
+  if (munmap(slot.data, static_cast<std::size_t>(slot.capacity)) != 0) {
+    logger->log(kUrgent, msg::kRingUnmapFailed, std::strerror(errno));
+    return 1;
+  }
+  slot.data = nullptr;
+  return 0;
+}
+
+void BufferQ::dump() const {
+  if (logger->level() > kDebug) return;
+  for (int id = 0; id < moduleCount_; ++id) {
+    logger->log(kDebug, msg::kRingDump, id, shown(positions_[id].head), shown(positions_[id].tail));
+  }
+}
+
+}  // namespace tamrix

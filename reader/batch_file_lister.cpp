@@ -1,0 +1,105 @@
+#include "reader/batch_file_lister.h"
+
+#include <filesystem>
+#include <vector>
+
+#include "config/properties.h"
+#include "log/logger.h"
+
+namespace tamrix {
+
+namespace {
+
+constexpr const char* kBatchVersion = "1.0";
+
+}  // namespace
+
+BatchFileLister::BatchFileLister(PipelineGlobals& globals) : FileLister(globals) {
+  srcFile_ = "Batchsource";
+  dstFile_ = "Batchdest";
+  logger->log(kDebug, msg::kBatchListerConstructorProps);
+}
+
+BatchFileLister::~BatchFileLister() { logger->log(kDebug, msg::kBatchListerDestructor); }
+
+int BatchFileLister::init() {
+  std::string fileName;
+  properties->getProperty("batchfile", fileName);
+  logger->log(kDebug, msg::kBatchListerInit, fileName);
+
+  std::vector<BatchPair> read;
+  BatchXmlReader reader(fileName);
+  if (reader.getFileListInBatch(read) != 0) {
+    logger->log(kUrgent, msg::kBatchListerFailed);
+    return 1;
+  }
+  if (reader.version() != kBatchVersion) {
+    logger->log(kUrgent, msg::kBatchListerBadVersion, reader.version());
+    return 1;
+  }
+  const bool recursive = properties->testProperty("recursive", "enable") != 0;
+  for (BatchPair& pair : read) {
+    if (!makeAbsolute(pair)) return 1;
+    logger->log(kDebug, msg::kBatchListerPair, pair.source, pair.destination);
+    if (appendPair(std::move(pair), recursive) != 0) return 1;
+    if (globals_.stopExecution.isSet()) return 1;
+  }
+  return 0;
+}
+
+bool BatchFileLister::makeAbsolute(BatchPair& pair) {
+  for (std::string* path : {&pair.source, &pair.destination}) {
+    if (path->starts_with('/')) continue;
+    if (currentDir_.empty()) {
+      std::error_code error;
+      currentDir_ = std::filesystem::current_path(error).string();
+      if (error) {
+        logger->log(kUrgent, msg::kPropNoCurrentDir, error.message());
+        return false;
+      }
+    }
+    path->insert(0, currentDir_ + "/");
+  }
+  return true;
+}
+
+int BatchFileLister::appendPair(BatchPair pair, bool recursive) {
+  // Wildcards count anywhere in the source, also in its directories.
+  if (pair.source.find_first_of("*?") != std::string::npos) return expand(pair, recursive);
+  pairs_.push_back(std::move(pair));
+  return 0;
+}
+
+// A wildcard pair copies into the directory that holds the named destination, keeping the subdirectories that
+// recursion finds.
+int BatchFileLister::expand(const BatchPair& pair, bool recursive) {
+  const std::size_t slash = pair.source.rfind('/');
+  if (slash == std::string::npos) {
+    logger->log(kUrgent, msg::kBatchListerNoSeparator);
+    return 1;
+  }
+  const std::string directory = pair.source.substr(0, slash);
+  const std::string destination = pair.destination.substr(0, pair.destination.rfind('/'));
+  PathList matches;
+  listMatching(matches, directory, std::string_view(pair.source).substr(slash + 1), recursive);
+  for (; !matches.empty(); matches.pop_front()) {
+    std::string& match = matches.front();
+    std::string target = destination + match.substr(slash);
+    pairs_.push_back({std::move(match), std::move(target)});
+  }
+  return 0;
+}
+
+int BatchFileLister::getNextFile() {
+  if (pairs_.empty()) {
+    logger->log(kDebug, msg::kBatchListerEnd);
+    return 1;
+  }
+  srcFile_ = std::move(pairs_.front().source);
+  dstFile_ = std::move(pairs_.front().destination);
+  pairs_.pop_front();
+  logger->log(kDebug, msg::kBatchListerNextPair, srcFile_, dstFile_);
+  return hasAcceptedLength(srcFile_) && hasAcceptedLength(dstFile_) ? 0 : -1;
+}
+
+}  // namespace tamrix

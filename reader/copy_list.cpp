@@ -1,0 +1,192 @@
+#include "reader/copy_list.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+
+#include "config/properties.h"
+#include "log/logger.h"
+#include "reader/batch_file_lister.h"
+#include "reader/overwrite_prompt.h"
+#include "reader/spec_file_lister.h"
+
+namespace tamrix {
+
+CopyList::CopyList(PipelineGlobals& globals) : globals_(globals) {}
+
+int CopyList::build() {
+  logger->log(kDebug, msg::kListCalled);
+  vendorOk_ = properties->testProperty("ignore-vendor-check", "enable") != 0;
+  interactive_ = properties->testProperty("interactive", "enable") != 0;
+  SpecFileLister specLister(globals_);
+  BatchFileLister batchLister(globals_);
+
+  struct Pass {
+    FileLister& lister;
+    const char* property;
+    MessageId<> taken;
+  };
+  const std::array passes = {Pass{specLister, "srcspec", msg::kListPassSrcspec},
+                             Pass{batchLister, "batchfile", msg::kListPassBatch}};
+  for (std::size_t i = 0; i < passes.size(); ++i) {
+    const char* value = nullptr;
+    if (properties->getProperty(passes.at(i).property, value) != 0) {
+      logger->log(kDebug, msg::kListSkipPass, static_cast<std::int32_t>(i));
+      continue;
+    }
+    logger->log(kDebug, passes.at(i).taken);
+    if (const int result = passes.at(i).lister.init(); result != 0) return result;
+    if (const int result = takePairs(passes.at(i).lister); result != 0) return result;
+  }
+  return finish();
+}
+
+int CopyList::takePairs(FileLister& lister) {
+  for (;;) {
+    if (globals_.stopExecution.isSet()) return 1;
+    const int next = lister.getNextFile();
+    if (next == 1) return 0;
+    if (next != 0) return 1;
+    if (takePair(lister.srcFile(), lister.dstFile()) == Verdict::kEndRun) return 1;
+  }
+}
+
+CopyList::Verdict CopyList::takePair(const std::string& source, const std::string& destination) {
+  logger->log(kDebug, msg::kListSourceFile, source);
+  logger->log(kDebug, msg::kListGotFile, source);
+  struct stat sourceStatus {};
+  struct stat destinationStatus {};
+  const PathIdentity sourceId = sourceResolver_.resolve(source, sourceStatus);
+  const PathIdentity destinationId = destinationResolver_.resolve(destination, destinationStatus);
+
+  const Verdict clash = judgeClash(source, destination, sourceId, destinationId);
+  if (clash != Verdict::kAccept) return clash;
+  if (interactive_ && destinationId.exists(destination)) {
+    const Verdict answer = askUser(destination);
+    if (answer != Verdict::kAccept) return answer;
+  }
+  if (!sourceId.exists(source)) {
+    logger->log(kUrgent, msg::kListStatFailed, source);
+    return Verdict::kDrop;
+  }
+  if (!S_ISREG(sourceStatus.st_mode)) {
+    logger->log(kDebug, msg::kListNotRegular);
+    return Verdict::kDrop;
+  }
+  logger->log(kDebug, msg::kListFileSize, sourceStatus.st_size);
+  if (!vendorOk_) checkVendor(source, destination);
+
+  FileC& file = addRecord(source, destination, sourceStatus);
+  index_.add(file, sourceId, destinationId);
+  addExtent(file);
+  return Verdict::kAccept;
+}
+
+CopyList::Verdict CopyList::judgeClash(const std::string& source, const std::string& destination,
+                                       const PathIdentity& sourceId,
+                                       const PathIdentity& destinationId) const {
+  if (sourceId.exists(source) && destinationId.exists(destination) &&
+      sourceId.device == destinationId.device && sourceId.inode == destinationId.inode) {
+    logger->log(kUrgent, msg::kListSameFile, source, destination);
+    return Verdict::kDrop;
+  }
+  const PairClash clash = index_.find(source, sourceId, destination, destinationId);
+  switch (clash.kind) {
+    case PairClash::Kind::kNone:
+      return Verdict::kAccept;
+    case PairClash::Kind::kDuplicate:
+      logger->log(kWarning, msg::kListDuplicate, source, destination);
+      return Verdict::kDrop;
+    case PairClash::Kind::kReadsDestination:
+      logger->log(kUrgent, msg::kListConflictChain, clash.earlier->srcPath, source, destination);
+      return Verdict::kEndRun;
+    case PairClash::Kind::kOverwritesSource:
+      logger->log(kUrgent, msg::kListConflictChain, source, destination, clash.earlier->dstPath);
+      return Verdict::kEndRun;
+    case PairClash::Kind::kSameDestination:
+      logger->log(kUrgent, msg::kListConflictSameDestination, clash.earlier->srcPath, source, destination);
+      return Verdict::kEndRun;
+  }
+  return Verdict::kEndRun;
+}
+
+CopyList::Verdict CopyList::askUser(const std::string& destination) {
+  switch (askOverwrite(destination, globals_.stopExecution)) {
+    case OverwriteAnswer::kNo:
+      return Verdict::kDrop;
+    case OverwriteAnswer::kStopped:
+      return Verdict::kEndRun;
+    case OverwriteAnswer::kAll:
+      // Known key, known value: the store takes it, locked or not.
+      interactive_ = properties->addProperty("interactive", "disable") != 0;
+      return Verdict::kAccept;
+    case OverwriteAnswer::kYes:
+      return Verdict::kAccept;
+  }
+  return Verdict::kDrop;
+}
+
+void CopyList::checkVendor(const std::string& source, const std::string& destination) {
+  vendorOk_ = attributes_.isSoftwareVendorVOQ(source) ||
+              attributes_.isSoftwareVendorVOQ(destination.substr(0, destination.rfind('/')));
+}
+
+FileC& CopyList::addRecord(const std::string& source, const std::string& destination,
+                           const struct stat& status) {
+  FileC& file = files_.emplace_back(source, destination, status);
+  globals_.totalBytes += file.fileSize;
+  attributes_.collect(file);
+  return file;
+}
+
+void CopyList::addExtent(FileC& file) {
+  TapePosition position;
+  if (attributes_.readPosition(file, position)) {
+    previous_ = position;
+  } else {
+    logger->log(kWarning, msg::kListNoPosition, file.fileName);
+    logger->log(kDebug, msg::kListNoPositionPath, file.srcPath);
+    if (file.fileSize == 0) {
+      // No data on tape: it goes with the last file that had a position.
+      position = previous_;
+      logger->log(kDebug, msg::kListEmptyFilePosition);
+    } else {
+      position = {};
+      position.partition = '?';
+      position.startBlock = static_cast<std::int64_t>(sorted_.size());
+    }
+  }
+  Extent& extent = extents_.emplace_back();
+  extent.volumeUuid = position.volumeUuid;
+  extent.partition = position.partition;
+  extent.startBlock = position.startBlock;
+  extent.byteCount = file.fileSize;
+  extent.file = &file;
+  sorted_.push_back(&extent);
+}
+
+int CopyList::finish() {
+  if (!vendorOk_) {
+    logger->log(kUrgent, msg::kMainNoLtfsSide);
+    return 1;
+  }
+  if (sorted_.empty()) {
+    logger->log(kDebug, msg::kListNoFiles);
+    logger->log(kWarning, msg::kListNoSourceFiles);
+    return 1;
+  }
+  logger->log(kDebug, msg::kListFilesFound, static_cast<std::int32_t>(sorted_.size()));
+  std::stable_sort(sorted_.begin(), sorted_.end(),
+                   [](const Extent* a, const Extent* b) { return extentLess(*a, *b); });
+  if (logger->level() <= kDebug) {
+    for (const Extent* e : sorted_) {
+      logger->log(kDebug, msg::kListExtent, static_cast<char>(e->partition), e->startBlock, e->byteCount,
+                  e->offset, e->file->fileName, e->volumeUuid.data());
+    }
+  }
+  logger->log(kProgress, msg::kListTotalBytes, globals_.totalBytes);
+  return 0;
+}
+
+}  // namespace tamrix

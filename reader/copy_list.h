@@ -1,0 +1,67 @@
+// The list of what a run copies, in the order in which it lies on tape.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "pipeline/globals.h"
+#include "reader/extent.h"
+#include "reader/file_c.h"
+#include "reader/file_lister.h"
+#include "reader/pair_index.h"
+#include "reader/path_identity.h"
+#include "reader/source_attributes.h"
+
+namespace tamrix {
+
+// Purpose: takes every pair from the listers, drops or refuses what can't be copied, makes a record and an
+// extent of each accepted file, reads where it lies, and sorts the extents into tape order. Sees to it that
+// at least one side of the copy is on a volume of the expected vendor. Threads: build on one thread;
+// afterwards the reader stage walks `extents`. Lifetime: owns the records that buffers point at, so it
+// outlives every stage.
+class CopyList {
+ public:
+  explicit CopyList(PipelineGlobals& globals);
+  CopyList(const CopyList&) = delete;
+  CopyList& operator=(const CopyList&) = delete;
+
+  // Builds the list; to be called once. Returns 0 when it holds at least one extent and is sorted; otherwise
+  // the run ends: a lister's code, or 1 for a conflict, no volume on either side, no files, or an interrupt;
+  // all but the interrupt are logged.
+  // Dropped pairs (duplicates, answers of "no", sources that are gone or no regular files, destinations that
+  // are their own source) don't end the run.
+  [[nodiscard]] int build();
+
+  // In tape order once built.
+  const std::vector<Extent*>& extents() const { return sorted_; }
+
+ private:
+  enum class Verdict { kAccept, kDrop, kEndRun };
+
+  int takePairs(FileLister& lister);
+  // Judges one pair and adds it when it is accepted.
+  Verdict takePair(const std::string& source, const std::string& destination);
+  Verdict judgeClash(const std::string& source, const std::string& destination, const PathIdentity& sourceId,
+                     const PathIdentity& destinationId) const;
+  Verdict askUser(const std::string& destination);
+  void checkVendor(const std::string& source, const std::string& destination);
+  FileC& addRecord(const std::string& source, const std::string& destination, const struct stat& status);
+  void addExtent(FileC& file);
+  int finish();
+
+  PipelineGlobals& globals_;
+  SourceAttributes attributes_;
+  PathResolver sourceResolver_;
+  PathResolver destinationResolver_;
+  PairIndex index_;
+  TapePosition previous_;  // of the last file that had one; where an empty file without one is put
+  bool vendorOk_ = false;
+  bool interactive_ = false;
+
+  std::deque<FileC> files_;
+  std::deque<Extent> extents_;
+  std::vector<Extent*> sorted_;
+};
+
+}  // namespace tamrix

@@ -1,0 +1,59 @@
+// A file's user extended attributes as they were collected from the source; see xattr(7).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <string>
+#include <string_view>
+
+namespace tamrix {
+
+// One attribute, seen through the list that holds it; valid as long as that list is not changed.
+struct ExtendedAttr {
+  const char* name;         // with its "user." prefix
+  const char* value;        // null when the value is empty; a NUL that does not count follows the last byte
+  std::size_t valueLength;  // bytes
+};
+
+// Purpose: keeps the attributes of one file in one packed block, in the order in which they were added,
+// because a copy list holds millions of them. Names are kept once per program: files on a volume share them.
+// Threads: filled by the thread that lists; then read from any thread.
+class EaList {
+ public:
+  class Iterator {
+   public:
+    using iterator_category = std::input_iterator_tag;
+    using value_type = ExtendedAttr;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const ExtendedAttr*;
+    using reference = ExtendedAttr;
+
+    ExtendedAttr operator*() const;
+    Iterator& operator++();
+    bool operator==(const Iterator& other) const = default;
+
+   private:
+    friend class EaList;
+    explicit Iterator(const char* at) : at_(at) {}
+    const char* at_;
+  };
+
+  // Adds an attribute at the end. `name` must not be empty; `value` may be null when `valueLength` is 0.
+  void add(std::string_view name, const void* value, std::size_t valueLength);
+  // Gives back room that was kept for growth; for when the list is complete.
+  void shrinkToFit() { packed_.shrink_to_fit(); }
+
+  // The first attribute named `name`; end() when there is none.
+  Iterator find(std::string_view name) const;
+
+  Iterator begin() const { return Iterator(packed_.data()); }
+  Iterator end() const { return Iterator(packed_.data() + packed_.size()); }
+  bool empty() const { return packed_.empty(); }
+
+ private:
+  // Per attribute: pointer to the name, 32-bit value length, the value, NUL; unaligned.
+  std::string packed_;
+};
+
+}  // namespace tamrix

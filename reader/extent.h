@@ -1,0 +1,28 @@
+// One entry of the copy list: a piece of a file and where it lies on tape.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace tamrix {
+
+struct FileC;
+
+// Filled by the copy list; the reader stage counts byteCount down. Lives as long as its file's record.
+struct Extent {
+  static constexpr std::size_t kUuidLength = 36;
+
+  std::array<char, kUuidLength + 1> volumeUuid{};  // NUL-terminated; empty without a tape position
+  signed char partition = 0;                       // LTFS partition letter; '?' without a tape position
+  std::int64_t startBlock = 0;                     // tape block, or the place in the listing without one
+  std::int64_t byteCount = 0;                      // bytes still to read
+  std::int64_t offset = 0;                         // where the extent starts in the file
+  FileC* file = nullptr;
+};
+
+// Whether `a` is read before `b`: by volume, partition, start block, offset; files without a position by base
+// name, before all others (their volume is empty).
+// Kept: only a's partition is looked at for '?'.
+bool extentLess(const Extent& a, const Extent& b);
+
+}  // namespace tamrix

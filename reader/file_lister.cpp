@@ -1,0 +1,43 @@
+#include "reader/file_lister.h"
+
+#include <sys/stat.h>
+
+#include "log/logger.h"
+
+namespace tamrix {
+
+FileLister::FileLister(PipelineGlobals& globals) : globals_(globals) {
+  logger->log(kDebug, msg::kListerConstructorProps);
+}
+
+FileLister::~FileLister() { logger->log(kDebug, msg::kListerDestructor); }
+
+void FileLister::dirInfoRecursive(PathList& list, const std::string& directory, std::string_view pattern) {
+  walkDirectory({S_IFREG, true, true, pattern}, directory, globals_.stopExecution, list);
+}
+
+void FileLister::dirInfo(PathList& list, const std::string& directory, std::string_view pattern) {
+  walkDirectory({S_IFREG, false, true, pattern}, directory, globals_.stopExecution, list);
+}
+
+int FileLister::init() { return 1; }
+
+int FileLister::getNextFile() { return 0; }
+
+int FileLister::listMatching(PathList& result, const std::string& directory, std::string_view pattern,
+                             bool recursive) {
+  if (recursive) {
+    dirInfoRecursive(result, directory, pattern);
+  } else {
+    dirInfo(result, directory, pattern);
+  }
+  return 0;
+}
+
+bool FileLister::hasAcceptedLength(const std::string& path) {
+  if (path.size() <= kMaxPathLength) return true;
+  logger->log(kUrgent, msg::kSpecListerPathTooLong, static_cast<std::int32_t>(path.size() + 1));
+  return false;
+}
+
+}  // namespace tamrix

@@ -1,0 +1,126 @@
+#include "reader/file_reader_module.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "log/logger.h"
+
+namespace tamrix {
+
+FileReaderModule::FileReaderModule(PipelineGlobals& globals) : ReaderModule(globals), copyList_(globals) {
+  logger->log(kDebug, msg::kFrmConstructorGlobals);
+}
+
+FileReaderModule::~FileReaderModule() {
+  logger->log(kDebug, msg::kFrmDestructor);
+  // A run that was stopped may have ended in the middle of a file.
+  if (position_ < copyList_.extents().size()) {
+    const FileC& file = *copyList_.extents()[position_]->file;
+    if (file.isOpen) close(file.fd);
+  }
+}
+
+int FileReaderModule::getList() {
+  position_ = 0;
+  return copyList_.build();
+}
+
+int FileReaderModule::fillBuffer(BufferSlot& slot) {
+  Extent& extent = *copyList_.extents()[position_];
+  FileC& file = *extent.file;
+  logger->log(kDebug, msg::kFillExtent, extent.startBlock, extent.byteCount, file.fileName);
+
+  slot.startOfFile = file.isOpen ? 0 : 1;
+  if (!file.isOpen && openFile(file) != 0) return fail();
+  if (readPiece(slot, file, extent) != 0) return fail();
+
+  slot.endOfFile = 0;
+  if (file.bytesRead == file.fileSize) {
+    logger->log(kProgress, msg::kFillFileCompleted, file.fileName);
+    if (closeFile(file) != 0) return fail();
+    slot.endOfFile = 1;
+  }
+  if (extent.byteCount > 0) return 0;
+
+  logger->log(kDebug, msg::kFillExtentComplete);
+  if (++position_ == copyList_.extents().size()) {
+    logger->log(kDebug, msg::kFillEndOfData);
+    slot.endOfData = 1;
+    return 0;
+  }
+  const Extent& next = *copyList_.extents()[position_];
+  return continueAt(*next.file, next) == 0 ? 0 : fail();
+}
+
+int FileReaderModule::openFile(FileC& file) {
+  logger->log(kProgress, msg::kFrmOpenFile, file.srcPath);
+  // Not blocking: what was a regular file when listed may be a FIFO by now.
+  file.fd = open(file.srcPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file.fd < 0) {
+    const int error = errno;
+    logger->log(kUrgent, msg::kFrmOpenFailed, file.srcPath, std::strerror(error));
+    return 1;
+  }
+  file.isOpen = true;
+  return 0;
+}
+
+int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
+  const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(extent.byteCount, slot.capacity));
+  const ssize_t n = wanted == 0 ? 0 : read(file.fd, slot.data, wanted);
+  if (n < 0 || (n == 0 && wanted != 0)) {
+    const int error = errno;
+    if (n < 0) {
+      logger->log(kUrgent, msg::kFillReadFailed, std::strerror(error));
+    } else {
+      logger->log(kUrgent, msg::kFillEndedEarly, file.srcPath, file.bytesRead, file.fileSize);
+    }
+    close(file.fd);
+    file.isOpen = false;
+    return 1;
+  }
+  totalRead_ += n;
+  slot.offset = static_cast<std::uint64_t>(file.readOffset);
+  file.bytesRead += n;
+  file.readOffset += n;
+  extent.byteCount -= n;
+  logger->log(kDebug, msg::kFillRead, static_cast<std::int32_t>(n), totalRead_,
+              static_cast<std::int32_t>(slot.bufferId));
+  slot.length = static_cast<std::int32_t>(n);
+  slot.endOfData = 0;
+  slot.sparseBlock = 0;
+  slot.file = &file;
+  return 0;
+}
+
+int FileReaderModule::closeFile(FileC& file) {
+  file.isOpen = false;
+  if (close(file.fd) == 0) return 0;
+  const int error = errno;
+  logger->log(kUrgent, msg::kFillCloseFailed, std::strerror(error));
+  return 1;
+}
+
+// Makes the file's position the one at which `extent` starts. Only a file with several extents needs a seek.
+int FileReaderModule::continueAt(FileC& file, const Extent& extent) {
+  if (file.readOffset == extent.offset) return 0;
+  logger->log(kDebug, msg::kFillDiscontinuity, file.readOffset, extent.offset, file.fileName);
+  if (lseek(file.fd, extent.offset, SEEK_SET) < 0) {
+    const int error = errno;
+    logger->log(kUrgent, msg::kFillSeekFailed, extent.offset, std::strerror(error));
+    return 1;
+  }
+  file.readOffset = extent.offset;
+  return 0;
+}
+
+int FileReaderModule::fail() {
+  globals_.stopPipeline();
+  return 1;
+}
+
+}  // namespace tamrix

@@ -1,0 +1,45 @@
+// The first stage: reads the files of the copy list, in its order, into buffers.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "pipeline/stages.h"
+#include "reader/copy_list.h"
+
+namespace tamrix {
+
+// A buffer carries data of one file only. A file is opened for its first buffer and closed with its last, so
+// at most one source is open. Files are read up to the size that was listed: a file that grew is cut there,
+// one that ends earlier is a read error.
+// Threads and lifetime: as Module; getList on the main thread, before the stage is started. Owns the records
+// that the other stages' buffers point at: destroyed after they have ended.
+class FileReaderModule : public ReaderModule {
+ public:
+  explicit FileReaderModule(PipelineGlobals& globals);
+  ~FileReaderModule() override;
+
+  // Builds the copy list; see CopyList::build for results.
+  [[nodiscard]] int getList() override;
+
+  // Reads the next piece of the current file, at most the slot's capacity, and sets the slot's startOfFile,
+  // length, offset, endOfFile, endOfData, sparseBlock and file. Returns 0; or 1 after logging what can't be
+  // opened, read, sought or closed at kUrgent and stopping the pipeline.
+  [[nodiscard]] int fillBuffer(BufferSlot& slot) override;
+
+  const CopyList& copyList() const { return copyList_; }
+
+ private:
+  int openFile(FileC& file);
+  int readPiece(BufferSlot& slot, FileC& file, Extent& extent);
+  int closeFile(FileC& file);
+  int continueAt(FileC& file, const Extent& extent);
+  // Stops the pipeline and returns 1; for the failing paths, which have logged why.
+  int fail();
+
+  CopyList copyList_;
+  std::size_t position_ = 0;  // in the copy list: the extent being read
+  std::int64_t totalRead_ = 0;
+};
+
+}  // namespace tamrix

@@ -1,0 +1,29 @@
+// Pairs from a source directory, a file-name pattern and a destination directory.
+#pragma once
+
+#include <string>
+
+#include "reader/file_lister.h"
+
+namespace tamrix {
+
+// The properties "srcpath", "srcspec", "dstpath" and "recursive" as a sequence of pairs: each file keeps its
+// path relative to the source directory below the destination directory. Threads and lifetime as the base.
+class SpecFileLister : public FileLister {
+ public:
+  explicit SpecFileLister(PipelineGlobals& globals);
+  ~SpecFileLister() override;
+
+  // Lists the matching files; an empty or missing directory yields none. Returns 0.
+  [[nodiscard]] int init() override;
+  // -1: a source that is not absolute, or a path of more than 1024 characters.
+  [[nodiscard]] int getNextFile() override;
+
+ private:
+  std::string srcpath_;
+  std::string dstpath_;
+  std::string srcspec_;
+  PathList matched_;
+};
+
+}  // namespace tamrix
