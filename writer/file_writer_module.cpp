@@ -1,0 +1,257 @@
+#include "writer/file_writer_module.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "log/logger.h"
+#include "writer/make_subdir.h"
+
+namespace tamrix {
+
+namespace {
+
+// Ownership is not copied, so the bits that lend out the owner's rights are not either.
+constexpr mode_t kCopiedModeBits = 01777;
+
+// A lock record over the whole file; see fcntl(2).
+struct flock wholeFile(short type) {
+  struct flock record {};
+  record.l_type = type;
+  record.l_whence = SEEK_SET;
+  return record;
+}
+
+timeval microseconds(const timespec& time) { return {time.tv_sec, time.tv_nsec / 1000}; }
+
+// Positions the file. Returns 0, or -1 with errno set.
+// Kept: the result is looked at as a 32-bit number, so a position of the form k * 2^32 + 4294967295 counts as
+// failed.
+int seekTo(int fd, std::int64_t position) {
+  return static_cast<std::int32_t>(lseek(fd, position, SEEK_SET)) == -1 ? -1 : 0;
+}
+
+}  // namespace
+
+FileWriterModule::FileWriterModule(PipelineGlobals& globals)
+    : WriterModule(globals), sparseMode_(globals.sparseMode != 0) {
+  logger->log(kDebug, msg::kFwmConstructorProps);
+}
+
+FileWriterModule::~FileWriterModule() { logger->log(kDebug, msg::kFwmDestructor); }
+
+int FileWriterModule::emptyBuffer(BufferSlot& slot) {
+  totalLength_ += slot.length;
+  logger->log(kProgress, msg::kWriteBuffer, slot.file->srcPath);
+  if (slot.file != current_) {
+    const auto open = openList_.find(slot.file->srcPath);
+    if (open != openList_.end()) {
+      current_ = open->second;
+    } else if (openDestination(*slot.file) != 0) {
+      return fail();
+    }
+  }
+  FileC& file = *current_;
+  logger->log(kDebug, msg::kWritePosition, static_cast<unsigned long long>(file.writeOffset),
+              static_cast<long long>(slot.offset));
+  if (writeBuffer(slot, file) != 0) {
+    discardDestination(file);
+    return fail();
+  }
+  if (slot.endOfFile == 0) return 0;
+  return completeFile(file) == 0 ? 0 : fail();
+}
+
+int FileWriterModule::openDestination(FileC& file) {
+  logger->log(kDebug, msg::kWriteNewFile, file.dstPath);
+  file.bytesWritten = 0;
+  file.writeOffset = 0;
+  logger->log(kInfo, msg::kWriteCopy, file.srcPath, file.dstPath);
+  if (createFile(file) != 0 || lockFile(file) != 0) return 1;
+  if (sparseMode_ && ftruncate(file.dstFd, file.fileSize) != 0) {
+    (void)unlockFile(file);  // a failure is told; closing the descriptor releases the lock anyway
+    logger->log(kUrgent, msg::kWriteTruncateFailed);
+    close(file.dstFd);
+    reportAndDelete(file);
+    return 1;
+  }
+  openList_.emplace(file.srcPath, &file);
+  current_ = &file;
+  return 0;
+}
+
+int FileWriterModule::createFile(FileC& file) {
+  // Not blocking: opening a FIFO that nobody reads fails instead of waiting. Regular files don't care.
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK;
+  const mode_t mode = file.fileMode & kCopiedModeBits;
+  file.dstFd = open(file.dstPath.c_str(), kFlags, mode);
+  if (file.dstFd >= 0) return 0;
+
+  logger->log(kDebug, msg::kWriteCreateFailed);
+  std::string path = file.dstPath;
+  if (makeSubdir(path) != 0) {
+    logger->log(kUrgent, msg::kWriteSubdirFailed, path);
+    return 1;
+  }
+  file.dstFd = open(file.dstPath.c_str(), kFlags, mode);
+  if (file.dstFd >= 0) return 0;
+  const int error = errno;
+  logger->log(kUrgent, msg::kWriteSecondCreateFailed, std::strerror(error));
+  return 1;
+}
+
+int FileWriterModule::lockFile(FileC& file) {
+  struct flock record = wholeFile(F_WRLCK);
+  if (fcntl(file.dstFd, F_SETLK, &record) == 0) return 0;
+  const int error = errno;
+  logger->log(kUrgent, msg::kWriteLockFailed, file.dstPath, std::strerror(error));
+  close(file.dstFd);
+  // A file that another process holds is not ours to delete.
+  if (error != EACCES && error != EAGAIN) reportAndDelete(file);
+  return 1;
+}
+
+int FileWriterModule::writeBuffer(const BufferSlot& slot, FileC& file) const {
+  return sparseMode_ && slot.sparseBlock != 0 ? skipZeros(slot, file) : writeData(slot, file);
+}
+
+// Leaves a hole: the file has its full length since it was created. The write offset stays where it is, so
+// that the next data buffer seeks.
+int FileWriterModule::skipZeros(const BufferSlot& slot, FileC& file) const {
+  if (slot.endOfFile != 0) {
+    logger->log(kDebug, msg::kWriteSparseEnd, slot.length);
+    if (seekTo(file.dstFd, static_cast<std::int64_t>(slot.offset) + slot.length) != 0) {
+      const int error = errno;
+      // Kept: names the buffer's offset, not the position sought.
+      logger->log(kUrgent, msg::kWriteSparseSeekFailed, static_cast<long long>(slot.offset),
+                  std::strerror(error));
+      return 1;
+    }
+  }
+  file.bytesWritten += slot.length;
+  return 0;
+}
+
+int FileWriterModule::writeData(const BufferSlot& slot, FileC& file) const {
+  const auto offset = static_cast<std::int64_t>(slot.offset);
+  // Kept: the first buffer of every file says that it seeks to 0.
+  if (offset == 0 || offset != file.writeOffset) {
+    logger->log(kDebug, msg::kWriteDiscontinuity, offset);
+    if (seekTo(file.dstFd, offset) != 0) {
+      const int error = errno;
+      logger->log(kUrgent, msg::kWriteSeekFailed, offset, std::strerror(error));
+      return 1;
+    }
+  }
+  const ssize_t written = write(file.dstFd, slot.data, static_cast<std::size_t>(slot.length));
+  if (written < 0) {
+    const int error = errno;
+    logger->log(kUrgent, msg::kWriteFailed, std::strerror(error));
+    return 1;
+  }
+  logger->log(kDebug, msg::kWriteWrote, static_cast<std::int32_t>(written),
+              static_cast<std::int32_t>(slot.bufferId));
+  // A short write is not tried again: the bytes that it left out are missing when the file is completed.
+  file.bytesWritten += written;
+  file.writeOffset = offset + written;
+  return 0;
+}
+
+int FileWriterModule::completeFile(FileC& file) {
+  if (file.bytesWritten != file.fileSize) {
+    logger->log(kUrgent, msg::kWriteIncomplete, file.dstPath, file.bytesWritten, file.fileSize);
+    discardDestination(file);
+    return 1;
+  }
+  openList_.erase(file.srcPath);
+  current_ = nullptr;
+  if (closeCompleted(file) != 0) return 1;
+
+  bool warned = false;
+  copyTimes(file, warned);
+  copyAttributes(file, warned);
+  if (warned) {
+    logger->log(kProgress, msg::kStatusWarning, file.srcPath, file.dstPath);
+  } else {
+    logger->log(kProgress, msg::kStatusSuccess, file.srcPath, file.dstPath);
+  }
+  return 0;
+}
+
+int FileWriterModule::closeCompleted(FileC& file) {
+  if (unlockFile(file) != 0) {
+    close(file.dstFd);
+    return 1;
+  }
+  logger->log(kProgress, msg::kWriteEndOfFile, file.fileName);
+  if (close(file.dstFd) != 0) {
+    const int error = errno;
+    logger->log(kUrgent, msg::kWriteCloseFailed, std::strerror(error));
+    reportAndDelete(file);
+    return 1;
+  }
+  return 0;
+}
+
+// By path and after the close: a file system may set the modification time when it is told of the last close.
+void FileWriterModule::copyTimes(const FileC& file, bool& warned) const {
+  const timeval times[2] = {microseconds(file.accessTime), microseconds(file.modifyTime)};
+  if (utimes(file.dstPath.c_str(), times) == 0) return;
+  const int error = errno;
+  logger->log(kWarning, msg::kWriteTimesFailed, std::strerror(error));
+  warned = true;
+}
+
+void FileWriterModule::copyAttributes(const FileC& file, bool& warned) const {
+  for (const ExtendedAttr& attr : file.eaList) {
+    if (setxattr(file.dstPath.c_str(), attr.name, attr.value, attr.valueLength, 0) == 0) continue;
+    logger->log(kWarning, msg::kWriteXattrFailed, attr.name);
+    warned = true;
+  }
+}
+
+void FileWriterModule::discardDestination(FileC& file) {
+  // The run stops whether or not the lock could be released.
+  (void)unlockFile(file);
+  globals_.stopPipeline();
+  close(file.dstFd);
+  openList_.erase(file.srcPath);
+  if (current_ == &file) current_ = nullptr;
+  reportAndDelete(file);
+}
+
+void FileWriterModule::reportAndDelete(const FileC& file) const {
+  logger->log(kInfo, msg::kStatusError, file.srcPath, file.dstPath);
+  if (std::remove(file.dstPath.c_str()) == 0) {
+    logger->log(kInfo, msg::kWriteDeleted, file.dstPath);
+  } else {
+    const int error = errno;
+    logger->log(kInfo, msg::kWriteDeleteFailed, file.dstPath, std::strerror(error));
+  }
+}
+
+int FileWriterModule::unlockFile(const FileC& file) const {
+  struct flock record = wholeFile(F_UNLCK);
+  if (fcntl(file.dstFd, F_SETLK, &record) == 0) return 0;
+  const int error = errno;
+  logger->log(kUrgent, msg::kWriteUnlockFailed, file.fileName, std::strerror(error));
+  return 1;
+}
+
+void FileWriterModule::finish() {
+  while (!openList_.empty()) discardDestination(*openList_.begin()->second);
+}
+
+int FileWriterModule::fail() {
+  globals_.stopPipeline();
+  return 1;
+}
+
+}  // namespace tamrix

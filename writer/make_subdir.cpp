@@ -1,0 +1,54 @@
+#include "writer/make_subdir.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "log/logger.h"
+
+namespace tamrix {
+
+namespace {
+
+constexpr mode_t kDirectoryMode = 0777;
+
+}  // namespace
+
+int makeSubdir(std::string& path) {
+  logger->log(kDebug, msg::kSubdirFor, path);
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) {
+    logger->log(kDebug, msg::kSubdirAtRoot);
+    return 0;
+  }
+  std::string directory = path.substr(0, slash);
+  logger->log(kDebug, msg::kSubdirMkdir, directory);
+  if (mkdir(directory.c_str(), kDirectoryMode) == 0) {
+    logger->log(kDebug, msg::kSubdirOk);
+    return 0;
+  }
+  const int error = errno;
+  logger->log(kDebug, msg::kSubdirFailed, std::strerror(error));
+  if (error == EEXIST) {
+    logger->log(kDebug, msg::kSubdirExists);
+    return 0;
+  }
+
+  if (makeSubdir(directory) != 0) {
+    logger->log(kDebug, msg::kSubdirParentFailed);
+    path = directory;
+    return -1;
+  }
+  logger->log(kDebug, msg::kSubdirParentOk);
+  if (mkdir(directory.c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+    const int again = errno;
+    logger->log(kUrgent, msg::kSubdirParentOkFailed, std::strerror(again));
+    path = directory;
+    return -1;
+  }
+  logger->log(kDebug, msg::kSubdirParentOkAdded);
+  return 0;
+}
+
+}  // namespace tamrix

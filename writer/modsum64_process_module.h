@@ -1,0 +1,28 @@
+// The stage that computes a checksum of every file, and in file audit verifies and stores it.
+#pragma once
+
+#include "pipeline/stages.h"
+
+namespace tamrix {
+
+// The checksum "modsum64" is the sum of all bytes of a file modulo 2^64, so it does not depend on how the
+// file is cut into buffers. In a copy the stage only computes; with the property "audit" set to "files" it
+// compares the sum with the source's checksum attribute, stores it there when the update mode asks for it,
+// and reports every file by a status line. Threads and lifetime: as Module.
+class modsum64ProcessModule
+    : public ProcessModule {  // NOLINT(readability-identifier-naming): established name
+ public:
+  explicit modsum64ProcessModule(PipelineGlobals& globals);
+  ~modsum64ProcessModule() override;
+
+  // Adds the buffer to its file's checksum. Returns 0; at the end of a file 1 without a checksum attribute
+  // configured (kUrgent) and 2 when the checksum can't be stored. A mismatch is reported and ends nothing.
+  [[nodiscard]] int processBuffer(BufferSlot& slot) override;
+
+ private:
+  int auditFile(const BufferSlot& slot) const;
+
+  const bool auditMode_;
+};
+
+}  // namespace tamrix

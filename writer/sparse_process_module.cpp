@@ -1,0 +1,21 @@
+#include "writer/sparse_process_module.h"
+
+#include "log/logger.h"
+#include "reader/file_c.h"
+#include "writer/byte_scan.h"
+
+namespace tamrix {
+
+sparseProcessModule::sparseProcessModule(PipelineGlobals& globals) : ProcessModule(globals, "sparse") {
+  logger->log(kDebug, msg::kSparseConstructorProps);
+}
+
+sparseProcessModule::~sparseProcessModule() { logger->log(kDebug, msg::kSparseDestructor); }
+
+int sparseProcessModule::processBuffer(BufferSlot& slot) {
+  slot.sparseBlock = allZero(slot.data, static_cast<std::size_t>(slot.length)) ? 1 : 0;
+  if (slot.sparseBlock != 0) logger->log(kDebug, msg::kSparseBlockFound, slot.file->fileName);
+  return 0;
+}
+
+}  // namespace tamrix

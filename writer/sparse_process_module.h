@@ -1,0 +1,20 @@
+// The stage that finds buffers that need not be written.
+#pragma once
+
+#include "pipeline/stages.h"
+
+namespace tamrix {
+
+// Marks every buffer whose data is all zeros, also an empty one; the writer leaves holes for marked buffers.
+// The unit is the whole buffer as the reader cut it: zeros that share a buffer with data are written.
+// Threads and lifetime: as Module.
+class sparseProcessModule : public ProcessModule {  // NOLINT(readability-identifier-naming): established name
+ public:
+  explicit sparseProcessModule(PipelineGlobals& globals);
+  ~sparseProcessModule() override;
+
+  // Sets the slot's sparseBlock. Returns 0.
+  [[nodiscard]] int processBuffer(BufferSlot& slot) override;
+};
+
+}  // namespace tamrix
