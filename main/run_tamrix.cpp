@@ -1,0 +1,110 @@
+#include "main/run_tamrix.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+
+#include "config/properties.h"
+#include "config/version.h"
+#include "log/logger.h"
+#include "main/interrupts.h"
+#include "pipeline/globals.h"
+#include "pipeline/module_manager.h"
+
+namespace tamrix {
+
+namespace {
+
+constexpr int kFailed = 1;
+constexpr int kSignalStatusBase = 128;
+
+// Makes the process safe to copy in. A standard stream that the caller closed must not become the number of a
+// file that is copied, or log lines would end up in it; writes to a closed pipe or over a size limit are to
+// fail, not to kill.
+void prepareProcess() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0) (void)!open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY);
+  }
+  std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
+}
+
+// Makes the logger follow "loglevel" and "timer". Returns 0, or -1 when there is no level.
+int setupLogger(const Properties& store, Logger& log) {
+  std::string name;
+  if (store.getProperty("loglevel", name) != 0) {
+    log.log(kDebug, msg::kLoggerLevelNotDefined);
+    return -1;
+  }
+  const int level = log.convertLevel(name);
+  const bool timer = store.testProperty("timer", "enable") != 0;
+  log.log(kDebug, msg::kLoggerLevelOption, name);
+  log.reinit(level, timer);
+  return 0;
+}
+
+// Settles all options: defaults, command line, batch file, and the command line again, so that it wins.
+// Returns 0, or 1 after telling why the run ends here.
+int configure(Properties& store, Logger& log, int argc, const char* const* argv) {
+  if (!store.setDefaults()) {
+    log.log(kUrgent, msg::kMainDefaultsNotSet);
+    return kFailed;
+  }
+  store.lock();
+  if (store.parseArgs(argc, argv) != 0) return kFailed;
+  setupLogger(store, log);
+  std::string batchFile;
+  if (store.getProperty("batchfile", batchFile) != 0) return kFailed;
+  if (store.parseFile(batchFile.c_str(), false) != 0) return kFailed;
+  setupLogger(store, log);
+  if (store.parseArgs(argc, argv) != 0) return kFailed;
+  setupLogger(store, log);
+  store.unlock();
+  if (store.updatePath("srcpath") != 0 || store.updatePath("dstpath") != 0) return kFailed;
+  store.logProperties();
+  return 0;
+}
+
+// The run itself, from the start line to the end line.
+int runWith(Properties& store, Logger& log, PipelineGlobals& globals, int argc, const char* const* argv) {
+  log.output(msg::kMainStart, kVersion, kRevision);
+  const Interrupts interrupts(globals);
+  if (configure(store, log, argc, argv) != 0) return kFailed;
+
+  ModuleManager manager;
+  manager.setGlobals(&globals);
+  (void)manager.run();  // what went wrong is among the recorded return codes
+
+  if (const int number = Interrupts::received(); number != 0) {
+    log.recordReturnCodeFirst(kSignalStatusBase + number);
+    log.log(kUrgent, msg::kMainInterrupted, number);
+  }
+  const int status = log.returnCode();
+  log.log(kInfo, msg::kMainEnded, status);
+  if (log.level() > kInfo) log.output(msg::kMainEnded, status);
+  return status;
+}
+
+}  // namespace
+
+int runTamrix(int argc, const char* const* argv) {
+  prepareProcess();
+  Properties store;
+  Logger log;
+  properties = &store;
+  logger = &log;
+  try {
+    if (log.LoadMessage("tamrix") != 0) return kFailed;
+    if (log.init(kInfo) != 0) return kFailed;
+    PipelineGlobals globals;
+    return runWith(store, log, globals, argc, argv);
+  } catch (int thrown) {
+    log.output(msg::kMainCaughtException, thrown);
+    log.log(kUrgent, msg::kMainCaughtException, thrown);
+    return kFailed;
+  }
+}
+
+}  // namespace tamrix
