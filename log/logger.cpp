@@ -115,17 +115,17 @@ int Logger::convertLevel(const std::string& name) {
 
 void Logger::recordReturnCode(int code) {
   const MutexLock lock(mutex_);
-  returnCodes_.push_back(code);
+  if (!returnCode_) returnCode_ = code;
 }
 
 void Logger::recordReturnCodeFirst(int code) {
   const MutexLock lock(mutex_);
-  returnCodes_.insert(returnCodes_.begin(), code);
+  returnCode_ = code;
 }
 
 int Logger::returnCode() const {
   const MutexLock lock(mutex_);
-  return returnCodes_.empty() ? 0 : returnCodes_.front();
+  return returnCode_.value_or(0);
 }
 
 void Logger::writeLog(int level, int id, ...) {
@@ -142,7 +142,7 @@ void Logger::writeLog(int level, int id, ...) {
   line.append("\n");
 
   const MutexLock lock(mutex_);
-  if (level >= kUrgent) returnCodes_.push_back(1);
+  if (level >= kUrgent && !returnCode_) returnCode_ = 1;
   writeWhole(logFd_, line.view());
 }
 

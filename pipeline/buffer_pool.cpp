@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "config/properties.h"
 #include "log/logger.h"
@@ -61,9 +62,13 @@ int BufferQ::createQ(int moduleCount, const StopFlag& stop) {
 
   moduleCount_ = moduleCount;
   logger->log(kDebug, msg::kBufferInitLocks);
+  positions_.reset(new (std::nothrow) ModulePosition[static_cast<std::size_t>(moduleCount)]);
+  if (positions_ == nullptr) {
+    logger->log(kUrgent, msg::kBufferCannotCreate, bufferCount_, std::strerror(ENOMEM));
+    return 1;
+  }
   {
     const MutexLock lock(mutex_);
-    positions_ = std::make_unique<ModulePosition[]>(static_cast<std::size_t>(moduleCount));
     positions_[0].head = 0;
     positions_[0].tail = static_cast<std::uint32_t>(bufferCount_ - 1);
   }

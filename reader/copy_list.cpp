@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <new>
 
 #include "config/properties.h"
 #include "log/logger.h"
@@ -16,6 +17,15 @@ namespace tamrix {
 CopyList::CopyList(PipelineGlobals& globals) : globals_(globals) {}
 
 int CopyList::build() {
+  try {
+    return takeAllPairs();
+  } catch (const std::bad_alloc&) {
+    logger->log(kUrgent, msg::kListNoMemory);
+    return 1;
+  }
+}
+
+int CopyList::takeAllPairs() {
   logger->log(kDebug, msg::kListCalled);
   vendorOk_ = properties->testProperty("ignore-vendor-check", "enable") != 0;
   interactive_ = properties->testProperty("interactive", "enable") != 0;
