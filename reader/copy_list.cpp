@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <new>
 
 #include "config/properties.h"
@@ -13,6 +14,16 @@
 #include "reader/spec_file_lister.h"
 
 namespace tamrix {
+
+namespace {
+
+// Whether a destination that could not be examined for `error` may still be opened, and be the source or
+// another pair's file: then it must not be written.
+bool mayHideAFile(int error) {
+  return error != ENOENT && error != ENOTDIR && error != EACCES && error != ELOOP && error != ENAMETOOLONG;
+}
+
+}  // namespace
 
 CopyList::CopyList(PipelineGlobals& globals) : globals_(globals) {}
 
@@ -69,6 +80,10 @@ CopyList::Verdict CopyList::takePair(const std::string& source, const std::strin
   struct stat destinationStatus {};
   const PathIdentity sourceId = sourceResolver_.resolve(source, sourceStatus);
   const PathIdentity destinationId = destinationResolver_.resolve(destination, destinationStatus);
+  if (!destinationId.exists(destination) && mayHideAFile(errno)) {
+    logger->log(kUrgent, msg::kListStatFailed, destination);
+    return Verdict::kDrop;
+  }
 
   const Verdict clash = judgeClash(source, destination, sourceId, destinationId);
   if (clash != Verdict::kAccept) return clash;
