@@ -3,7 +3,6 @@
 
 #include <map>
 #include <optional>
-#include <regex>
 
 #include "tests/batch/samples.h"
 #include "tests/support/captured_log.h"
@@ -229,9 +228,10 @@ void expectMalformed(const std::string& sample, int line) {
   EXPECT_EQ(BatchXmlReader(kRefused + "/" + sample).getFileListInBatch(items), -1) << sample;
   const Strings lines = captured.logLines();
   ASSERT_EQ(lines.size(), 2U) << sample << '\n' << captured.logText();
-  const std::regex reason("BatchXmlReader:getFileListInBatch - ERROR Line " +
-                          (line == 0 ? std::string("\\d+") : std::to_string(line)) + ": .*[^ ]");
-  EXPECT_TRUE(std::regex_match(lines[0], reason)) << sample << '\n' << lines[0];
+  const std::string start = "BatchXmlReader:getFileListInBatch - ERROR Line ";
+  const std::string lineStart = start + (line == 0 ? "" : std::to_string(line) + ": ");
+  EXPECT_TRUE(lines[0].starts_with(lineStart)) << sample << '\n' << lines[0];
+  EXPECT_GT(lines[0].size(), lineStart.size()) << sample << " has no reason";
   const bool isData = std::is_same_v<Item, BatchPair>;
   EXPECT_EQ(captured.count(isData ? msg::kBatchParseFailed : msg::kParamParseFailed, kRefused + "/" + sample),
             1);
