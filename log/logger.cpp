@@ -39,7 +39,7 @@ class LineBuffer {
       toHeap();
       const std::size_t before = heap_.size();
       heap_.resize(before + static_cast<std::size_t>(needed) + 1);
-      std::vsnprintf(heap_.data() + before, static_cast<std::size_t>(needed) + 1, format, again);
+      (void)std::vsnprintf(heap_.data() + before, static_cast<std::size_t>(needed) + 1, format, again);
       heap_.pop_back();
     }
     va_end(again);
