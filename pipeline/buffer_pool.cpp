@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
-#include <new>
 
 #include "config/properties.h"
 #include "log/logger.h"
@@ -62,15 +61,10 @@ int BufferQ::createQ(int moduleCount, const StopFlag& stop) {
 
   moduleCount_ = moduleCount;
   logger->log(kDebug, msg::kBufferInitLocks);
-  positions_.reset(new (std::nothrow) ModulePosition[static_cast<std::size_t>(moduleCount)]);
-  if (positions_ == nullptr) {
-    logger->log(kUrgent, msg::kBufferCannotCreate, bufferCount_, std::strerror(ENOMEM));
-    return 1;
-  }
   {
     const MutexLock lock(mutex_);
-    positions_[0].head = 0;
-    positions_[0].tail = static_cast<std::uint32_t>(bufferCount_ - 1);
+    position(0).head = 0;
+    position(0).tail = static_cast<std::uint32_t>(bufferCount_ - 1);
   }
   return inFile ? setupFile(path) : setupMem();
 }

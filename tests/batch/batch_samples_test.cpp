@@ -120,7 +120,7 @@ std::vector<Refusal> refusals() {
   const std::string wildcard = text(msg::kBatchWildcardInSf);
   return {
       {"root_without_version.xml", versionless, versionless},
-      {"root_unknown.xml", unknown("spec"), without("spec", "tamrixspec")},
+      {"root_unknown.xml", unknown("batch"), without("batch", "tamrixspec")},
       {"root_is_data.xml", without("data", "tamrixspec"), without("data", "tamrixspec")},
       {"root_is_params.xml", {}, without("params", "tamrixspec")},
       {"root_in_root.xml", inner, inner},
