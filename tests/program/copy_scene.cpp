@@ -28,8 +28,11 @@ std::vector<std::string> CopyScene::batch(const Pairs& pairs, const std::string&
   const auto base = [](const std::string& path) { return path.substr(path.rfind('/') + 1); };
   std::string xml = "<tamrixspec version=\"1.0\"><params>" + params + "</params><data>\n";
   for (const auto& [from, to] : pairs) {
-    xml += "<file><srcpath>" + directory(from) + "</srcpath><dstpath>" + directory(to) +
-           "</dstpath><sf rename=\"" + base(to) + "\">" + base(from) + "</sf></file>\n";
+    const bool wildcard = base(from).find('*') != std::string::npos;
+    const std::string name = wildcard ? "<srcspec>" + base(from) + "</srcspec>"
+                                      : "<sf rename=\"" + base(to) + "\">" + base(from) + "</sf>";
+    xml += "<file><srcpath>" + directory(from) + "</srcpath><dstpath>" + directory(to) + "</dstpath>" + name +
+           "</file>\n";
   }
   return {"-batchfile=" + dir_.file("batch.xml", xml + "</data></tamrixspec>\n"), "-ignore-vendor-check"};
 }

@@ -35,7 +35,8 @@ class CopyScene {
     return runProgram(args(more), options);
   }
 
-  // Writes a batch file with these parameters and absolute source and destination paths; returns the options
+  // Writes a batch file with these parameters and absolute source and destination paths (of a source
+  // with a wildcard in its name, the destination's name says nothing); returns the options
   // to copy what it says.
   using Pairs = std::vector<std::pair<std::string, std::string>>;
   std::vector<std::string> batch(const Pairs& pairs, const std::string& params = "") const;

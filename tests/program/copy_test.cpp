@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <list>
 #include <map>
 #include <random>
 #include <string>
@@ -135,6 +136,32 @@ TEST(Copy, oneSourceGoesToManyDestinations) {
   const auto copied = scene.copied();
   EXPECT_EQ(copied.size(), 20U);
   for (const auto& [name, content] : copied) EXPECT_TRUE(content == test::readFile(path)) << name;
+}
+
+TEST(Copy, expressionAndBatchFileAreCopiedInOneRun) {
+  const CopyScene scene;
+  scene.addSource("a");
+  const std::string other = scene.dir().file("other", "from the batch");
+  std::vector<std::string> args = scene.batch({{other, scene.destination("b")}});
+  args.insert(args.begin(),
+              {"-srcpath=" + scene.source(""), "-srcspec=*", "-dstpath=" + scene.destination("")});
+  const ProgramRun run = test::runProgram(args);
+  EXPECT_EQ(run.status, 0) << run;
+  EXPECT_EQ(scene.copied(), (std::map<std::string, std::string>{{"a", "new"}, {"b", "from the batch"}}));
+}
+
+TEST(Copy, runsAtTheSameTimeMakeTheSameDirectories) {
+  const CopyScene scene;
+  for (int round = 0; round < 10; ++round) {
+    std::list<test::RunningProgram> programs;
+    for (const std::string name : {"a", "b", "c", "d"}) {
+      scene.addSource(name);
+      const std::string target = scene.destination(std::to_string(round) + "/one/two/three");
+      programs.emplace_back(scene.args({"-srcspec=" + name, "-dstpath=" + target}));
+    }
+    for (test::RunningProgram& program : programs) EXPECT_EQ(program.wait().status, 0) << program.wait();
+  }
+  EXPECT_EQ(scene.copied().size(), 10U * 8);
 }
 
 // Where a file belongs: volume, partition, block, and the name of one that has none of these.

@@ -123,6 +123,8 @@ TEST(Refusal, sourcesThatAreNotThere) {
                 Ended::kInRun);
   expectRefused(scene, scene.batch({{missing, scene.destination("a")}}),
                 {text(msg::kListStatFailed, missing), text(msg::kListNoSourceFiles)}, Ended::kInRun);
+  expectRefused(scene, scene.args({"-srcpath=" + scene.source("a")}),
+                {text(msg::kListerCannotOpen, scene.source("a"), strerror(ENOTDIR))}, Ended::kInRun);
   chmod(scene.source("a").c_str(), 0);
   const std::string denied = strerror(EACCES);
   expectRefused(scene, scene.args(), {text(msg::kFrmOpenFailed, scene.source("a"), denied)}, Ended::kInRun);
