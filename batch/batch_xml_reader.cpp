@@ -80,7 +80,6 @@ BatchXmlReader::~BatchXmlReader() {
 
 int BatchXmlReader::getFileListInBatch(std::vector<BatchPair>& pairs) {
   const std::size_t before = pairs.size();
-  clearFile();
   const int result =
       runPass(pairs, &BatchXmlReader::processNode, msg::kBatchOpenFailed, msg::kBatchParseFailed);
   if (result != 0) return result;
@@ -211,7 +210,9 @@ bool BatchXmlReader::enterRoot(const XmlDocument& document) {
 }
 
 bool BatchXmlReader::enterFile(const XmlDocument& /*document*/) {
-  clearFile();
+  sourceDirectory_.clear();
+  destinationDirectory_.clear();
+  names_.clear();
   return true;
 }
 
@@ -284,13 +285,6 @@ bool BatchXmlReader::endFile(std::vector<BatchPair>& pairs) const {
     pairs.push_back(std::move(*pair));
   }
   return true;
-}
-
-void BatchXmlReader::clearFile() {
-  sourceDirectory_.clear();
-  destinationDirectory_.clear();
-  names_.clear();
-  rename_.clear();
 }
 
 }  // namespace tamrix

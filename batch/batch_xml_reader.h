@@ -81,7 +81,6 @@ class BatchXmlReader {
   [[nodiscard]] bool takeSrcspec(const char* text);
   [[nodiscard]] bool takeSf(const char* text);
   [[nodiscard]] bool endFile(std::vector<BatchPair>& pairs) const;
-  void clearFile();
 
   const std::string fileName_;
   std::string version_;

@@ -62,11 +62,7 @@ int XmlDocument::open(const std::string& name) {
   return 0;
 }
 
-int XmlDocument::read() {
-  const int result = xmlTextReaderRead(reader_);
-  // An error behind the last element must not pass for an end.
-  return result == 0 && malformed_ ? -1 : result;
-}
+int XmlDocument::read() { return xmlTextReaderRead(reader_); }
 
 int XmlDocument::nodeType() const { return xmlTextReaderNodeType(reader_); }
 
@@ -96,7 +92,6 @@ bool XmlDocument::isEmptyElement() const { return xmlTextReaderIsEmptyElement(re
 template <class Error>
 void XmlDocument::keepError(void* document, Error* error) {
   auto* self = static_cast<XmlDocument*>(document);
-  if (error->level == XML_ERR_FATAL) self->malformed_ = true;
   // The first error is the reason, others follow from it. Namespaces mean nothing in a batch file.
   if (error->level == XML_ERR_WARNING || error->domain == XML_FROM_NAMESPACE || !self->reason_.empty())
     return;

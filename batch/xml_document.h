@@ -54,7 +54,6 @@ class XmlDocument {
 
   int fd_ = -1;
   xmlTextReaderPtr reader_ = nullptr;
-  bool malformed_ = false;
   int line_ = 0;
   std::string reason_;
 };

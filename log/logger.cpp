@@ -39,7 +39,7 @@ class LineBuffer {
       toHeap();
       const std::size_t before = heap_.size();
       heap_.resize(before + static_cast<std::size_t>(needed) + 1);
-      std::vsnprintf(heap_.data() + before, static_cast<std::size_t>(needed) + 1, format, again);
+      (void)std::vsnprintf(heap_.data() + before, static_cast<std::size_t>(needed) + 1, format, again);
       heap_.pop_back();
     }
     va_end(again);
@@ -115,17 +115,17 @@ int Logger::convertLevel(const std::string& name) {
 
 void Logger::recordReturnCode(int code) {
   const MutexLock lock(mutex_);
-  returnCodes_.push_back(code);
+  if (!returnCode_) returnCode_ = code;
 }
 
 void Logger::recordReturnCodeFirst(int code) {
   const MutexLock lock(mutex_);
-  returnCodes_.insert(returnCodes_.begin(), code);
+  returnCode_ = code;
 }
 
 int Logger::returnCode() const {
   const MutexLock lock(mutex_);
-  return returnCodes_.empty() ? 0 : returnCodes_.front();
+  return returnCode_.value_or(0);
 }
 
 void Logger::writeLog(int level, int id, ...) {
@@ -142,7 +142,7 @@ void Logger::writeLog(int level, int id, ...) {
   line.append("\n");
 
   const MutexLock lock(mutex_);
-  if (level >= kUrgent) returnCodes_.push_back(1);
+  if (level >= kUrgent && !returnCode_) returnCode_ = 1;
   writeWhole(logFd_, line.view());
 }
 

@@ -13,9 +13,9 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <type_traits>
-#include <vector>
 
 #include "log/message.h"
 #include "log/message_id.h"
@@ -80,9 +80,9 @@ class Logger : public Message {
 
   int level() const { return level_; }
 
-  // Adds `code` at the end of the recorded return codes.
+  // Records a return code. The first one recorded is the run's: later ones change nothing.
   void recordReturnCode(int code) TAMRIX_EXCLUDES(mutex_);
-  // Adds `code` before all others: the reason that a run ended which outranks what followed from it.
+  // Records `code` as if before all others: a reason to end the run that outranks what followed from it.
   void recordReturnCodeFirst(int code) TAMRIX_EXCLUDES(mutex_);
   // The first recorded return code, 0 when there is none.
   int returnCode() const TAMRIX_EXCLUDES(mutex_);
@@ -105,7 +105,7 @@ class Logger : public Message {
   int level_ = kInfo;   // set before the pipeline's threads start
   bool timer_ = false;  // likewise
   mutable Mutex mutex_;
-  std::vector<int> returnCodes_ TAMRIX_GUARDED_BY(mutex_);
+  std::optional<int> returnCode_ TAMRIX_GUARDED_BY(mutex_);
 };
 
 // The program's logger; set by the entry right after it is made, before anything logs.

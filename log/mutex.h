@@ -18,7 +18,6 @@
 #define TAMRIX_CAPABILITY(name) TAMRIX_THREAD_ATTRIBUTE(capability(name))
 #define TAMRIX_SCOPED_CAPABILITY TAMRIX_THREAD_ATTRIBUTE(scoped_lockable)
 #define TAMRIX_GUARDED_BY(mutex) TAMRIX_THREAD_ATTRIBUTE(guarded_by(mutex))
-#define TAMRIX_PT_GUARDED_BY(mutex) TAMRIX_THREAD_ATTRIBUTE(pt_guarded_by(mutex))
 #define TAMRIX_REQUIRES(...) TAMRIX_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define TAMRIX_EXCLUDES(...) TAMRIX_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define TAMRIX_ACQUIRE(...) TAMRIX_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))

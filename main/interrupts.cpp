@@ -20,6 +20,9 @@ void setActions(void (*handler)(int)) {
   action.sa_handler = handler;
   // A stage's system call goes on; the main thread's wait for an answer looks at the stop flag.
   action.sa_flags = SA_RESTART;
+  // A second signal that comes with the first waits until the first has been handled, and then ends the
+  // process.
+  for (const int number : kSignals) sigaddset(&action.sa_mask, number);
   for (const int number : kSignals) {
     struct sigaction before {};
     sigaction(number, nullptr, &before);

@@ -63,9 +63,8 @@ int BufferQ::createQ(int moduleCount, const StopFlag& stop) {
   logger->log(kDebug, msg::kBufferInitLocks);
   {
     const MutexLock lock(mutex_);
-    positions_ = std::make_unique<ModulePosition[]>(static_cast<std::size_t>(moduleCount));
-    positions_[0].head = 0;
-    positions_[0].tail = static_cast<std::uint32_t>(bufferCount_ - 1);
+    position(0).head = 0;
+    position(0).tail = static_cast<std::uint32_t>(bufferCount_ - 1);
   }
   return inFile ? setupFile(path) : setupMem();
 }

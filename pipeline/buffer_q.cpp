@@ -32,7 +32,7 @@ int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
   {
     const MutexLock lock(mutex_);
     if (const int result = waitForSlot(moduleId); result != 0) return result;
-    const ModulePosition& me = positions_[moduleId];
+    const ModulePosition& me = position(moduleId);
     logger->log(kDebug, msg::kRingHandOut, shown(me.head), shown(me.tail), shown(me.head));
     slot = &slots_[me.head];
     if (slot->capacity == 0) prepareSlot(*slot, me.head);
@@ -42,10 +42,10 @@ int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
 
 // Returns 0 once the module owns a slot, 1 when it is to stop instead.
 int BufferQ::waitForSlot(int moduleId) {
-  while (positions_[moduleId].head == kStarved) {
+  while (position(moduleId).head == kStarved) {
     const auto deadline = std::chrono::steady_clock::now() + waitRound_;
     logger->log(kDebug, msg::kRingStarved, moduleId);
-    const auto woken = positions_[predecessor(moduleId)].handedOn.waitUntil(mutex_, deadline);
+    const auto woken = position(predecessor(moduleId)).handedOn.waitUntil(mutex_, deadline);
     logger->log(kDebug, msg::kRingResume, moduleId);
     if (woken != CondVar::Wake::kTimedOut) continue;
 
@@ -68,8 +68,8 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   const MutexLock lock(mutex_);
   dump();
   if (mode_ == Mode::kBufferFile && unmapSlot(slot) != 0) return 1;
-  ModulePosition& me = positions_[moduleId];
-  ModulePosition& next = positions_[nextId];
+  ModulePosition& me = position(moduleId);
+  ModulePosition& next = position(nextId);
   assert(&slots_[me.head] == &slot);
   const bool wasLast = me.head == me.tail;
 
@@ -95,7 +95,7 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
 
 BufferQ::Run BufferQ::ownedBy(int moduleId) const {
   const MutexLock lock(mutex_);
-  return {positions_[moduleId].head, positions_[moduleId].tail};
+  return {position(moduleId).head, position(moduleId).tail};
 }
 
 // Slots are set up when first handed out, so that a short copy does not touch the whole pool.
@@ -134,7 +134,7 @@ int BufferQ::unmapSlot(BufferSlot& slot) const {
 void BufferQ::dump() const {
   if (logger->level() > kDebug) return;
   for (int id = 0; id < moduleCount_; ++id) {
-    logger->log(kDebug, msg::kRingDump, id, shown(positions_[id].head), shown(positions_[id].tail));
+    logger->log(kDebug, msg::kRingDump, id, shown(position(id).head), shown(position(id).tail));
   }
 }
 

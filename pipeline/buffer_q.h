@@ -29,6 +29,7 @@
 // the ring's. A slot's fields need no lock: they are its owner's, and handing over takes the mutex.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -66,6 +67,7 @@ struct BufferSlot {
 class BufferQ {
  public:
   static constexpr std::uint32_t kStarved = ~std::uint32_t{0};
+  static constexpr int kMaxModules = 4;
   enum class Mode { kMemory = 0, kBufferFile = 1 };
 
   // `waitRound`: how long a starved module waits before it looks at the stop flag.
@@ -74,9 +76,9 @@ class BufferQ {
   BufferQ(const BufferQ&) = delete;
   BufferQ& operator=(const BufferQ&) = delete;
 
-  // Builds the ring for `moduleCount` (1 or more) modules from the properties "total-buffer-size" (at most
-  // 4 GiB), "buffer-size" (at most 1 GiB and the total) and "buffer-file". Memory is reserved, not touched.
-  // `stop` must outlive the ring. Returns 0, or 1 after logging what can't be had at kUrgent.
+  // Builds the ring for `moduleCount` (1 to kMaxModules) modules from the properties "total-buffer-size" (at
+  // most 4 GiB), "buffer-size" (at most 1 GiB and the total) and "buffer-file". Memory is reserved, not
+  // touched. `stop` must outlive the ring. Returns 0, or 1 after logging what can't be had at kUrgent.
   [[nodiscard]] int createQ(int moduleCount, const StopFlag& stop);
 
   // Waits until `moduleId` owns a slot and hands out the first one. Returns 0; -1 when the stop flag was set
@@ -122,6 +124,12 @@ class BufferQ {
   int setupFile(const std::string& path);
   int teardownMem();
 
+  ModulePosition& position(int moduleId) TAMRIX_REQUIRES(mutex_) {
+    return positions_[static_cast<std::size_t>(moduleId)];
+  }
+  const ModulePosition& position(int moduleId) const TAMRIX_REQUIRES(mutex_) {
+    return positions_[static_cast<std::size_t>(moduleId)];
+  }
   int predecessor(int moduleId) const { return (moduleCount_ + moduleId - 1) % moduleCount_; }
   int successor(int moduleId) const { return (moduleId + 1) % moduleCount_; }
   int waitForSlot(int moduleId) TAMRIX_REQUIRES(mutex_);
@@ -146,7 +154,7 @@ class BufferQ {
   std::string bufferFile_;
 
   mutable Mutex mutex_;
-  std::unique_ptr<ModulePosition[]> positions_ TAMRIX_PT_GUARDED_BY(mutex_);
+  std::array<ModulePosition, kMaxModules> positions_ TAMRIX_GUARDED_BY(mutex_);  // by module id
 };
 
 }  // namespace tamrix

@@ -57,6 +57,11 @@ class Module : public Thread {
   template <class Action, class Passing>
   int consumeBuffers(const ConsumerMessages& messages, Action action, Passing passing);
 
+  // Runs a stage's loop and returns its code; running out of memory is a failure of the stage (1, logged at
+  // kUrgent), so that it ends in good order.
+  template <class Loop>
+  static int withMemoryGuard(Loop loop);
+
   BufferQ& ring() { return *ring_; }
 
   PipelineGlobals& globals_;

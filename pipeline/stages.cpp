@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "log/logger.h"
-#include "pipeline/consume_buffers.h"
+#include "pipeline/module_loops.h"
 
 namespace tamrix {
 
@@ -15,7 +15,7 @@ ReaderModule::~ReaderModule() { logger->log(kDebug, msg::kReaderDestructor); }
 
 void ReaderModule::run() {
   logger->log(kDebug, msg::kReaderRun, moduleId());
-  exitCode_ = fillBuffers();
+  exitCode_ = withMemoryGuard([this] { return fillBuffers(); });
   if (exitCode_ != 0) globals_.stopPipeline();
 }
 
@@ -61,8 +61,10 @@ void ProcessModule::run() {
   static constexpr ConsumerMessages kMessages = {msg::kProcessGetFailed, msg::kProcessBufferSize,
                                                  msg::kProcessFailed, msg::kProcessPutFailed,
                                                  msg::kProcessEndOfData};
-  exitCode_ = consumeBuffers(
-      kMessages, [this](BufferSlot& slot) { return processBuffer(slot); }, [](const BufferSlot&) {});
+  exitCode_ = withMemoryGuard([this] {
+    return consumeBuffers(
+        kMessages, [this](BufferSlot& slot) { return processBuffer(slot); }, [](const BufferSlot&) {});
+  });
   if (exitCode_ != 0) globals_.stopPipeline();
 }
 
@@ -82,9 +84,11 @@ void WriterModule::run() {
                                                  msg::kWriterEmptyFailed, msg::kWriterPutFailed,
                                                  msg::kWriterEndOfData};
   std::int32_t filesCopied = 0;
-  exitCode_ = consumeBuffers(
-      kMessages, [this](BufferSlot& slot) { return emptyBuffer(slot); },
-      [&](const BufferSlot& slot) { filesCopied += slot.endOfFile != 0 ? 1 : 0; });
+  exitCode_ = withMemoryGuard([&] {
+    return consumeBuffers(
+        kMessages, [this](BufferSlot& slot) { return emptyBuffer(slot); },
+        [&](const BufferSlot& slot) { filesCopied += slot.endOfFile != 0 ? 1 : 0; });
+  });
   finish();
   if (exitCode_ == 0) {
     logger->log(kInfo, msg::kWriterFilesCopied, filesCopied);

@@ -28,7 +28,7 @@ int Thread::start() {
 void Thread::join() {
   if (!started_) return;
   if (const int error = pthread_join(handle_, nullptr); error != 0) {
-    std::fprintf(stderr, "tamrix: joining thread %s: %s\n", name_.c_str(), std::strerror(error));
+    (void)std::fprintf(stderr, "tamrix: joining thread %s: %s\n", name_.c_str(), std::strerror(error));
     std::abort();
   }
   started_ = false;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <new>
 
 #include "config/properties.h"
 #include "log/logger.h"
@@ -13,9 +15,28 @@
 
 namespace tamrix {
 
+namespace {
+
+// Whether a destination that could not be examined for `error` may still be opened, and be the source or
+// another pair's file: then it must not be written.
+bool mayHideAFile(int error) {
+  return error != ENOENT && error != ENOTDIR && error != EACCES && error != ELOOP && error != ENAMETOOLONG;
+}
+
+}  // namespace
+
 CopyList::CopyList(PipelineGlobals& globals) : globals_(globals) {}
 
 int CopyList::build() {
+  try {
+    return takeAllPairs();
+  } catch (const std::bad_alloc&) {
+    logger->log(kUrgent, msg::kListNoMemory);
+    return 1;
+  }
+}
+
+int CopyList::takeAllPairs() {
   logger->log(kDebug, msg::kListCalled);
   vendorOk_ = properties->testProperty("ignore-vendor-check", "enable") != 0;
   interactive_ = properties->testProperty("interactive", "enable") != 0;
@@ -61,6 +82,10 @@ CopyList::Verdict CopyList::takePair(const std::string& source, const std::strin
   struct stat destinationStatus {};
   const PathIdentity sourceId = sourceResolver_.resolve(source, sourceStatus);
   const PathIdentity destinationId = destinationResolver_.resolve(destination, destinationStatus);
+  if (!destinationId.exists(destination) && mayHideAFile(errno)) {
+    logger->log(kUrgent, msg::kListStatFailed, destination);
+    return Verdict::kDrop;
+  }
 
   const Verdict clash = judgeClash(source, destination, sourceId, destinationId);
   if (clash != Verdict::kAccept) return clash;

@@ -26,11 +26,11 @@ class CopyList {
   CopyList(const CopyList&) = delete;
   CopyList& operator=(const CopyList&) = delete;
 
-  // Builds the list; to be called once. Returns 0 when it holds at least one extent and is sorted; otherwise
-  // the run ends: a lister's code, or 1 for a conflict, no volume on either side, no files, or an interrupt;
-  // all but the interrupt are logged.
-  // Dropped pairs (duplicates, answers of "no", sources that are gone or no regular files, destinations that
-  // are their own source) don't end the run.
+  // Builds the list; to be called once. Returns 0 when it holds at least one extent and is sorted. Otherwise
+  // the run ends: a lister's code, or 1 for a conflict, no volume on either side, no files, no memory or an
+  // interrupt; all but the interrupt are logged. Dropped pairs don't end the run: duplicates, answers of
+  // "no", sources that are gone or no regular files, destinations that are their own source or can't be
+  // examined.
   [[nodiscard]] int build();
 
   // In tape order once built.
@@ -39,6 +39,7 @@ class CopyList {
  private:
   enum class Verdict { kAccept, kDrop, kEndRun };
 
+  int takeAllPairs();
   int takePairs(FileLister& lister);
   // Judges one pair and adds it when it is accepted.
   Verdict takePair(const std::string& source, const std::string& destination);

@@ -76,7 +76,7 @@ class Walker {
   void takeEntry(const std::string& directory, DIR* dir, const dirent& entry) {
     const char* const name = entry.d_name;
     if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) return;
-    mode_t type = DTTOIF(entry.d_type);
+    auto type = static_cast<mode_t>(DTTOIF(entry.d_type));
     if (entry.d_type == DT_UNKNOWN || entry.d_type == DT_LNK) {
       struct stat status {};
       if (fstatat(dirfd(dir), name, &status, 0) != 0) {

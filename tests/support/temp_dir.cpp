@@ -6,7 +6,8 @@
 #include <array>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
+#include <utility>
 
 namespace tamrix::test {
 
@@ -43,7 +44,9 @@ std::string TempDir::tapeFile(std::string_view name, std::string_view content, s
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
+  std::ostringstream content;
+  content << in.rdbuf();
+  return std::move(content).str();
 }
 
 void setXattr(const std::string& path, const std::string& name, std::string_view value) {

@@ -1,10 +1,22 @@
-// The loop of Module::consumeBuffers, for the stage bases that run it.
+// The loops of Module, for the stage bases that run them.
 #pragma once
+
+#include <new>
 
 #include "log/logger.h"
 #include "pipeline/module.h"
 
 namespace tamrix {
+
+template <class Loop>
+int Module::withMemoryGuard(Loop loop) {
+  try {
+    return loop();
+  } catch (const std::bad_alloc&) {
+    logger->log(kUrgent, msg::kModuleNoMemory);
+    return 1;
+  }
+}
 
 template <class Action, class Passing>
 int Module::consumeBuffers(const ConsumerMessages& messages, Action action, Passing passing) {
