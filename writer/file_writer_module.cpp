@@ -74,15 +74,12 @@ int FileWriterModule::openDestination(FileC& file) {
   file.bytesWritten = 0;
   file.writeOffset = 0;
   logger->log(kInfo, msg::kWriteCopy, file.srcPath, file.dstPath);
-  if (createFile(file) != 0 || lockFile(file) != 0) return 1;
-  if (sparseMode_ && ftruncate(file.dstFd, file.fileSize) != 0) {
-    (void)unlockFile(file);  // a failure is told; closing the descriptor releases the lock anyway
-    logger->log(kUrgent, msg::kWriteTruncateFailed);
-    close(file.dstFd);
-    reportAndDelete(file);
+  // Listed before it is made: what could fail in listing it must not leave an unlisted file behind.
+  const auto entry = openList_.emplace(file.srcPath, &file).first;
+  if (createFile(file) != 0 || lockFile(file) != 0 || sizeFile(file) != 0) {
+    openList_.erase(entry);
     return 1;
   }
-  openList_.emplace(file.srcPath, &file);
   current_ = &file;
   return 0;
 }
@@ -115,6 +112,16 @@ int FileWriterModule::lockFile(FileC& file) {
   close(file.dstFd);
   // A file that another process holds is not ours to delete.
   if (error != EACCES && error != EAGAIN) reportAndDelete(file);
+  return 1;
+}
+
+// In sparse mode, gives the file its length at once, so that a tail of zeros can stay a hole.
+int FileWriterModule::sizeFile(const FileC& file) const {
+  if (!sparseMode_ || ftruncate(file.dstFd, file.fileSize) == 0) return 0;
+  (void)unlockFile(file);  // a failure is told; closing the descriptor releases the lock anyway
+  logger->log(kUrgent, msg::kWriteTruncateFailed);
+  close(file.dstFd);
+  reportAndDelete(file);
   return 1;
 }
 

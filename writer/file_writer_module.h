@@ -42,6 +42,7 @@ class FileWriterModule : public WriterModule {
   int openDestination(FileC& file);
   int createFile(FileC& file);
   int lockFile(FileC& file);
+  int sizeFile(const FileC& file) const;
   int writeBuffer(const BufferSlot& slot, FileC& file) const;
   int skipZeros(const BufferSlot& slot, FileC& file) const;
   int writeData(const BufferSlot& slot, FileC& file) const;
