@@ -10,6 +10,10 @@ namespace tamrix {
 class CopyList;
 struct Extent;
 
+// A number of blocks. Wide enough for any sum of sizes and start blocks: the latter come from attributes, in
+// which anything may stand.
+__extension__ using Blocks = __int128;
+
 // Threads: the main thread; no pipeline runs meanwhile. Lifetime: any.
 class Audit {
  public:
@@ -21,11 +25,10 @@ class Audit {
   [[nodiscard]] int report(const CopyList& list) const;
 
  private:
-  // Returns 0, or 1 after logging why not. Blocks are in bytes.
-  static int readBlockSize(const char* path, std::int32_t& blockSize);
-  static void reportFile(const Extent& extent, std::int64_t blocks, std::int64_t& expectedBlock);
-  static void reportSummary(const CopyList& list, const char* path, std::int64_t usedBlocks,
-                            std::int32_t blockSize);
+  // Reads the size in bytes of a block of the volume. Returns 0, or 1 after logging why not.
+  static int readBlockSize(std::int32_t& blockSize);
+  static void reportFile(const Extent& extent, Blocks blocks, Blocks& expectedBlock);
+  static void reportSummary(const CopyList& list, Blocks usedBlocks, std::int32_t blockSize);
 };
 
 }  // namespace tamrix

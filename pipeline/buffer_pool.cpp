@@ -142,7 +142,8 @@ int BufferQ::setupFile(const std::string& path) {
   segmentSize_ = (static_cast<std::uint64_t>(bufferSize_) + page - 1) / page * page;
   bufferFd_ = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (bufferFd_ < 0) {
-    logger->log(kUrgent, msg::kBufferFileFailed, path, std::strerror(errno));
+    const int error = errno;
+    logger->log(kUrgent, msg::kBufferFileFailed, path, std::strerror(error));
     return 1;
   }
   bufferFile_ = path;

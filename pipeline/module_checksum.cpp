@@ -59,7 +59,8 @@ int Module::updateChecksum(const BufferSlot& slot, ChecksumTarget target) const 
   }
   if (checksumUpdateMode_ == ChecksumUpdateMode::kNewOnly) {
     logger->log(kDebug, msg::kChecksumUpdateNewOnly);
-    if (std::string present; file.getEA(name, present) == 0) {
+    // What is there is left alone, also when it is too long or too empty to be taken for a checksum.
+    if (std::string value; file.getEA(name, value) == 0 || file.eaList.find(name) != file.eaList.end()) {
       logger->log(kDebug, msg::kChecksumUpdatePresent, name);
       return 0;
     }

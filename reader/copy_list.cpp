@@ -40,6 +40,8 @@ int CopyList::takeAllPairs() {
   logger->log(kDebug, msg::kListCalled);
   vendorOk_ = properties->testProperty("ignore-vendor-check", "enable") != 0;
   interactive_ = properties->testProperty("interactive", "enable") != 0;
+  const char* audit = nullptr;
+  writes_ = properties->getProperty("audit", audit) != 0;
   SpecFileLister specLister(globals_);
   BatchFileLister batchLister(globals_);
 
@@ -111,7 +113,7 @@ CopyList::Verdict CopyList::takePair(const std::string& source, const std::strin
 CopyList::Verdict CopyList::judgeClash(const std::string& source, const std::string& destination,
                                        const PathIdentity& sourceId,
                                        const PathIdentity& destinationId) const {
-  if (sourceId.exists(source) && destinationId.exists(destination) &&
+  if (writes_ && sourceId.exists(source) && destinationId.exists(destination) &&
       sourceId.device == destinationId.device && sourceId.inode == destinationId.inode) {
     logger->log(kUrgent, msg::kListSameFile, source, destination);
     return Verdict::kDrop;

@@ -59,6 +59,7 @@ class CopyList {
   TapePosition previous_;  // of the last file that had one; where an empty file without one is put
   bool vendorOk_ = false;
   bool interactive_ = false;
+  bool writes_ = true;  // an audit does not: there, a file may well be its own destination
 
   std::deque<FileC> files_;
   std::deque<Extent> extents_;

@@ -9,16 +9,23 @@
 
 namespace tamrix {
 
-modsum64ProcessModule::modsum64ProcessModule(PipelineGlobals& globals)
-    : ProcessModule(globals, "checksum"),
-      auditMode_((logger->log(kDebug, msg::kMs64ConstructorProps),
-                  properties->testProperty("audit", "files") != 0)) {
-  if (auditMode_) {
+namespace {
+
+bool readAuditMode() {
+  logger->log(kDebug, msg::kMs64ConstructorProps);
+  const bool audit = properties->testProperty("audit", "files") != 0;
+  if (audit) {
     logger->log(kDebug, msg::kMs64AuditEnabled);
   } else {
     logger->log(kDebug, msg::kMs64AuditDisabled);
   }
+  return audit;
 }
+
+}  // namespace
+
+modsum64ProcessModule::modsum64ProcessModule(PipelineGlobals& globals)
+    : ProcessModule(globals, "checksum"), auditMode_(readAuditMode()) {}
 
 modsum64ProcessModule::~modsum64ProcessModule() { logger->log(kDebug, msg::kMs64Destructor); }
 

@@ -9,8 +9,8 @@ namespace tamrix {
 // file is cut into buffers. In a copy the stage only computes; with the property "audit" set to "files" it
 // compares the sum with the source's checksum attribute, stores it there when the update mode asks for it,
 // and reports every file by a status line. Threads and lifetime: as Module.
-class modsum64ProcessModule
-    : public ProcessModule {  // NOLINT(readability-identifier-naming): established name
+// NOLINTNEXTLINE(readability-identifier-naming): established name
+class modsum64ProcessModule : public ProcessModule {
  public:
   explicit modsum64ProcessModule(PipelineGlobals& globals);
   ~modsum64ProcessModule() override;

@@ -8,7 +8,8 @@ namespace tamrix {
 // Marks every buffer whose data is all zeros, also an empty one; the writer leaves holes for marked buffers.
 // The unit is the whole buffer as the reader cut it: zeros that share a buffer with data are written.
 // Threads and lifetime: as Module.
-class sparseProcessModule : public ProcessModule {  // NOLINT(readability-identifier-naming): established name
+// NOLINTNEXTLINE(readability-identifier-naming): established name
+class sparseProcessModule : public ProcessModule {
  public:
   explicit sparseProcessModule(PipelineGlobals& globals);
   ~sparseProcessModule() override;
