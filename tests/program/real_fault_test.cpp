@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -126,11 +127,41 @@ TEST(ChangedSource, betweenListingAndReading) {
   }
 }
 
+// The words that a run says at a point, at the level DEBUG, tell when to interrupt it there.
+TEST(Interrupted, whereverTheRunIsItEndsWithWholeFilesOrNone) {
+  struct Row {
+    const char* where;
+    std::string words;  // empty: as soon as it is started
+  };
+  const CopyScene scene;
+  for (int i = 0; i < 3000; ++i) scene.addSource("many/" + std::to_string(i), "x");
+  scene.addLargeSource("large", 1LL << 33);
+  for (const Row& row : std::vector<Row>{{"at start", ""},
+                                         {"while listing", "FRM:SFLgetNextFile - Next file"},
+                                         {"while the reader waits", text(msg::kRingStarved, 0)},
+                                         {"while the writer waits", text(msg::kRingStarved, 1)}}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+      RunningProgram program(
+          scene.args({"-recursive", "-loglevel=DEBUG", "-buffer-size=4KB", "-total-buffer-size=16KB"}));
+      if (!row.words.empty()) {
+        EXPECT_TRUE(program.waitForText(row.words)) << row.where;
+      }
+      program.signal(number);
+      const int status = program.wait().status;
+      // Before it is ready for signals there is nothing yet to end in good order.
+      EXPECT_TRUE(status == 128 + number || (row.words.empty() && status == -number)) << row.where << status;
+      for (const auto& [name, content] : scene.copied()) {
+        EXPECT_TRUE(content == "<dir>" || content == "x") << name << " is left half, " << row.where;
+      }
+    }
+  }
+}
+
 // Whatever a limit cuts off, the run ends, says so, and leaves whole files or none.
 class Limits : public testing::Test {
  protected:
   // Runs under `limit`; returns whether all went well.
-  static bool runUnder(__rlimit_resource resource, rlim_t limit) {
+  bool runUnder(__rlimit_resource resource, rlim_t limit) {
     const CopyScene scene;
     for (const char* name : {"a", "b/c/d", "e"}) scene.addSource(name, std::string(50000, *name));
     const ProgramRun run = scene.copy({"-recursive", "-buffer-size=4KB", "-total-buffer-size=64KB"},
@@ -143,8 +174,11 @@ class Limits : public testing::Test {
                 run.err.find("ERROR") != run.err.npos || run.out.find("Unable") != run.out.npos ||
                 (run.out + run.err).find('-') == run.out.npos)
         << limit << run;
+    noThread_ = noThread_ || run.err.find("ERROR Cannot start module") != run.err.npos;
     return run.status == 0;
   }
+
+  bool noThread_ = false;  // whether a run could not start a stage
 };
 
 TEST_F(Limits, onDescriptors) {
@@ -166,6 +200,7 @@ TEST_F(Limits, onMemoryAndThreads) {
   }
   EXPECT_GT(worked, 0);
   EXPECT_GT(failed, 0);
+  EXPECT_TRUE(noThread_);
 }
 
 }  // namespace
