@@ -152,7 +152,7 @@ TEST(Copy, expressionAndBatchFileAreCopiedInOneRun) {
 
 TEST(Copy, runsAtTheSameTimeMakeTheSameDirectories) {
   const CopyScene scene;
-  for (int round = 0; round < 10; ++round) {
+  for (int round = 0; round < 40; ++round) {
     std::list<test::RunningProgram> programs;
     for (const std::string name : {"a", "b", "c", "d"}) {
       scene.addSource(name);
@@ -161,7 +161,7 @@ TEST(Copy, runsAtTheSameTimeMakeTheSameDirectories) {
     }
     for (test::RunningProgram& program : programs) EXPECT_EQ(program.wait().status, 0) << program.wait();
   }
-  EXPECT_EQ(scene.copied().size(), 10U * 8);
+  EXPECT_EQ(scene.copied().size(), 40U * 8);
 }
 
 // Where a file belongs: volume, partition, block, and the name of one that has none of these.
