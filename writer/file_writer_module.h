@@ -24,6 +24,8 @@ namespace tamrix {
 //   times, an attribute           kept           WARNING       goes on
 //   the run ends in mid-file      deleted        ERROR         -
 //
+// What is deleted is the file that a link leads to; a device or FIFO is never deleted.
+//
 // Threads and lifetime: as Module. The records that buffers point at outlive it.
 class FileWriterModule : public WriterModule {
  public:
