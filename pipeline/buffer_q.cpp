@@ -3,6 +3,7 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cassert>
 #include <cerrno>
 #include <cstring>
@@ -78,9 +79,9 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   if (next.head == kStarved) {
     logger->log(kDebug, msg::kRingNextStarved, nextId);
     next.head = next.tail;
-    me.handedOn.notifyAll();
     logger->log(kDebug, msg::kRingNextFed, nextId, shown(next.head));
   }
+  if (slotsOf(next) == wakeAt(nextId)) me.handedOn.notifyAll();
   // A ring of one module passes the slot to itself: it owns all slots, always.
   if (wasLast && nextId != moduleId) {
     logger->log(kDebug, msg::kRingLastSlot, moduleId);
@@ -91,6 +92,19 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   }
   dump();
   return 0;
+}
+
+// The number of slots at which a waiting module is woken. A stage is woken for its first one. The reader is
+// left asleep until a good part of the ring is empty again: it wakes once for many buffers, and a tape that
+// is faster than the destination runs and stops in long stretches. The empty slots come back without its
+// help.
+std::uint32_t BufferQ::wakeAt(int moduleId) const {
+  return moduleId == 0 ? std::max(1U, static_cast<std::uint32_t>(bufferCount_) / kReaderWakeShare) : 1U;
+}
+
+std::uint32_t BufferQ::slotsOf(const ModulePosition& position) const {
+  const auto count = static_cast<std::uint32_t>(bufferCount_);
+  return position.head == kStarved ? 0 : (position.tail + count - position.head) % count + 1;
 }
 
 BufferQ::Run BufferQ::ownedBy(int moduleId) const {

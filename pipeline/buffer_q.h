@@ -13,9 +13,9 @@
 // so every stage sees the buffers in the order in which the reader filled them.
 //
 // Starved and fed. A module without slots is starved (`head` is kStarved) and waits on its predecessor's
-// condition. Only the predecessor's put feeds it, by setting its head, and only then is it woken; a module
-// that is not starved finds its grown run by itself. A module becomes starved only by its own put of the
-// last slot it owned.
+// condition. Only the predecessor's put feeds it, by setting its head, and wakes it; a module that is not
+// starved finds its grown run by itself. A module becomes starved only by its own put of the last slot it
+// owned. A starved stage is woken at once, the starved reader when a quarter of the ring has come back to it.
 //
 // End of data. The reader marks the last buffer of the run with endOfData. Every module reads that mark
 // before it puts the slot (afterwards the slot is the successor's), passes it on, and ends.
@@ -68,6 +68,8 @@ class BufferQ {
  public:
   static constexpr std::uint32_t kStarved = ~std::uint32_t{0};
   static constexpr int kMaxModules = 4;
+  static constexpr std::uint32_t kReaderWakeShare =
+      4;  // the reader wakes when this part of the ring is empty
   enum class Mode { kMemory = 0, kBufferFile = 1 };
 
   // `waitRound`: how long a starved module waits before it looks at the stop flag.
@@ -130,6 +132,8 @@ class BufferQ {
   const ModulePosition& position(int moduleId) const TAMRIX_REQUIRES(mutex_) {
     return positions_[static_cast<std::size_t>(moduleId)];
   }
+  std::uint32_t wakeAt(int moduleId) const;
+  std::uint32_t slotsOf(const ModulePosition& position) const;
   int predecessor(int moduleId) const { return (moduleCount_ + moduleId - 1) % moduleCount_; }
   int successor(int moduleId) const { return (moduleId + 1) % moduleCount_; }
   int waitForSlot(int moduleId) TAMRIX_REQUIRES(mutex_);
