@@ -1,0 +1,174 @@
+// What the checksum and the sparse stage cost: copies of a file in memory with and without them, each stage
+// on a core of our choice, or wherever the system puts it. Where cores are chosen, reader and writer share
+// one and the other one is free for the stages. The time that the busier core spends on the copy is given
+// beside the time on the clock: it is what the clock would show were nothing else to run on the machine.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/comparison.h"
+#include "log/logger.h"
+#include "pipeline/buffer_q.h"
+#include "reader/file_reader_module.h"
+#include "tests/support/wide_properties.h"
+#include "writer/file_writer_module.h"
+#include "writer/modsum64_process_module.h"
+#include "writer/sparse_process_module.h"
+
+namespace {
+
+using namespace tamrix;  // NOLINT: a program, not a header
+
+constexpr std::size_t kFileSize = 512U << 20;
+constexpr int kAnyCore = -1;
+
+// The cores that the program may use, in order.
+std::vector<int> availableCores() {
+  cpu_set_t set;
+  sched_getaffinity(0, sizeof(set), &set);
+  std::vector<int> all;
+  for (int core = 0; core < CPU_SETSIZE; ++core) {
+    if (CPU_ISSET(static_cast<std::size_t>(core), &set)) all.push_back(core);
+  }
+  return all;
+}
+
+double seconds(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+// A stage whose thread stays on one core, and which adds the processor time that it took to `busy`.
+template <class Stage>
+class Pinned : public Stage {
+ public:
+  Pinned(PipelineGlobals& globals, int core, std::atomic<double>& busy)
+      : Stage(globals), core_(core), busy_(busy) {}
+  void run() override {
+    if (core_ != kAnyCore) {
+      cpu_set_t set;
+      CPU_ZERO(&set);
+      CPU_SET(static_cast<std::size_t>(core_), &set);
+      sched_setaffinity(0, sizeof(set), &set);
+    }
+    Stage::run();
+    busy_ += seconds(CLOCK_THREAD_CPUTIME_ID);
+  }
+
+ private:
+  const int core_;
+  std::atomic<double>& busy_;
+};
+
+struct Cores {
+  int copying = kAnyCore;  // where reader and writer run
+  int stages = kAnyCore;   // where the stages between them run, if any
+};
+
+struct Times {
+  double clock;  // seconds from the first thread's start to the last one's end
+  double busy;   // processor seconds of the busier one of the two groups
+};
+
+Times copyOnce(bool withStages, Cores cores) {
+  PipelineGlobals globals;
+  std::atomic<double> copying{0};
+  std::atomic<double> between{0};
+  std::vector<std::unique_ptr<Module>> modules;
+  auto reader = std::make_unique<Pinned<FileReaderModule>>(globals, cores.copying, copying);
+  if (reader->getList() != 0) std::abort();
+  modules.push_back(std::move(reader));
+  if (withStages) {
+    globals.sparseMode = 1;
+    modules.push_back(std::make_unique<Pinned<modsum64ProcessModule>>(globals, cores.stages, between));
+    modules.push_back(std::make_unique<Pinned<sparseProcessModule>>(globals, cores.stages, between));
+  }
+  modules.push_back(std::make_unique<Pinned<FileWriterModule>>(globals, cores.copying, copying));
+  BufferQ ring;
+  if (ring.createQ(static_cast<int>(modules.size()), globals.stopExecution) != 0) std::abort();
+
+  const double start = seconds(CLOCK_MONOTONIC);
+  for (std::size_t id = 0; id < modules.size(); ++id) {
+    modules[id]->setModuleId(static_cast<int>(id));
+    modules[id]->setRing(ring);
+    if (modules[id]->start() != 0) std::abort();
+  }
+  for (const auto& module : modules) module->join();
+  const double end = seconds(CLOCK_MONOTONIC);
+  for (const auto& module : modules) {
+    if (module->exitCode() != 0) std::abort();
+  }
+  return {end - start, std::max(copying.load(), between.load())};
+}
+
+// Registers the copy with and without the stages, measured by `time`.
+void add(const std::string& name, const std::string& destination, Cores cores, double Times::*time) {
+  for (const bool withStages : {false, true}) {
+    const std::string side = withStages ? " with" : " without";
+    benchmark::RegisterBenchmark((name + side).c_str(), [=](benchmark::State& state) {
+      for (auto _ : state) {
+        std::filesystem::remove_all(destination);
+        state.SetIterationTime(copyOnce(withStages, cores).*time);
+      }
+      state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kFileSize));
+    })->UseManualTime();
+  }
+}
+
+// Data without a buffer of zeros, so that everything is written with the stages and without.
+void makeFile(const std::string& path) {
+  std::vector<std::uint64_t> words(kFileSize / sizeof(std::uint64_t));
+  std::mt19937_64 random(1);
+  for (std::uint64_t& word : words) word = random();
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(words.data()), static_cast<std::streamsize>(kFileSize));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string dir = "/dev/shm/tamrix-bench-" + std::to_string(getpid());
+  makeFile(dir + "/src/file");
+  Logger log(open("/dev/null", O_WRONLY | O_CLOEXEC), open("/dev/null", O_WRONLY | O_CLOEXEC));
+  if (log.LoadMessage("tamrix") != 0 || log.init(kUrgent) != 0) return 1;
+  logger = &log;
+  const std::string destination = dir + "/dst";
+  const test::WideProperties store({{"srcpath", dir + "/src"},
+                                    {"srcspec", "*"},
+                                    {"dstpath", destination},
+                                    {"checksumea", "user._ltfs.modsum64"},
+                                    {"ignore-vendor-check", "enable"}});
+
+  const std::vector<int> available = availableCores();
+  const Cores two = {available.front(), available.back()};
+  const std::string names[] = {"one core copies, one is free for the stages; busier core",
+                               "one core copies, one is free for the stages; clock",
+                               "stages run where the system puts them; clock"};
+  add(names[0], destination, two, &Times::busy);
+  add(names[1], destination, two, &Times::clock);
+  add(names[2], destination, {}, &Times::clock);
+  auto speeds = bench::bestSpeeds(argc, argv);
+  std::printf("%zu cores\n", available.size());
+  for (const std::string& name : names) {
+    const double without = speeds[name + " without"];
+    const double with = speeds[name + " with"];
+    std::printf("%-58s %5.0f MB/s without, %5.0f MB/s with, time ratio %.2f\n", name.c_str(), without / 1e6,
+                with / 1e6, without / with);
+  }
+  std::filesystem::remove_all(dir);
+}
