@@ -1,19 +1,12 @@
 // A model of a mounted tape volume: shows a directory as the file system of a tape drive would.
 //
-//     tape_volume [OPTION...] DIRECTORY MOUNTPOINT
+//     tape_volume [OPTION...] DIRECTORY MOUNTPOINT        options: see tape_volume_settings.h
 //
 // Stays in the foreground until it is unmounted (or gets SIGTERM). Prints "mounted" once it is; ends with 3
 // when mounting is refused.
 //
 // Files and directories have the volume's virtual attributes: listed, readable, not to be set. Attributes of
 // the directory's own files are passed through but for those with the prefix of virtual ones.
-//
-//     -layout=FILE         where files lie on tape, a line each: PARTITION BLOCK PATH-BELOW-DIRECTORY
-//     -account=FILE        written at the end: what the drive had to do; see tape_account.h
-//     -vendor=TEXT -uuid=TEXT -blocksize=BYTES
-//     -bad-block=P:BLOCK   reading block BLOCK of partition P fails; any number of them
-//     -bad-attribute=NAME  reading the virtual attribute fails
-//     -delay=FACTOR        sleep FACTOR times the modelled time; 0 (not at all) without it
 #define FUSE_USE_VERSION 31
 #include <dirent.h>
 #include <fcntl.h>
@@ -33,31 +26,22 @@
 #include <fstream>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "tests/support/tape_account.h"
+#include "tests/support/tape_volume_settings.h"
 
 namespace {
 
 using tamrix::test::Account;
+using tamrix::test::takeOption;
 using Position = Account::Position;
+using Settings = tamrix::test::TapeVolumeSettings;
 
 constexpr int kMountRefused = 3;
 constexpr std::string_view kVirtualPrefix = "user.ltfs.";
-
-struct Settings {
-  std::string layoutFile;
-  std::string accountFile;
-  std::string vendor = "VOQ";
-  std::string uuid = "30a91a08-daae-48d1-ae75-69804e61d2ea";
-  std::int64_t blockSize = 524288;
-  std::set<Position> badBlocks;
-  std::string badAttribute;
-  double delay = 0;
-};
 
 struct OpenFile {
   int fd;
@@ -84,8 +68,8 @@ class Volume {
       : settings_(std::move(settings)), directory_(std::move(directory)) {
     std::ifstream layout(settings_.layoutFile);
     Position position;
-    std::string path;
-    while (layout >> position.partition >> position.block && std::getline(layout >> std::ws, path)) {
+    for (std::string path;
+         layout >> position.partition >> position.block && std::getline(layout >> std::ws, path);) {
       layout_["/" + path] = position;
     }
   }
@@ -250,34 +234,6 @@ fuse_operations operations() {
   addDirectoryOperations(ops);
   addAttributeOperations(ops);
   return ops;
-}
-
-// Returns false when `argument` is no option.
-bool takeOption(std::string_view argument, Settings& settings) {
-  const std::size_t equals = argument.find('=');
-  if (!argument.starts_with('-') || equals == std::string_view::npos) return false;
-  const std::string_view name = argument.substr(1, equals - 1);
-  const std::string value(argument.substr(equals + 1));
-  if (name == "layout") {
-    settings.layoutFile = value;
-  } else if (name == "account") {
-    settings.accountFile = value;
-  } else if (name == "vendor") {
-    settings.vendor = value;
-  } else if (name == "uuid") {
-    settings.uuid = value;
-  } else if (name == "blocksize") {
-    settings.blockSize = std::stoll(value);
-  } else if (name == "bad-block" && value.size() > 2) {
-    settings.badBlocks.insert({value[0], std::stoll(value.substr(2))});
-  } else if (name == "bad-attribute") {
-    settings.badAttribute = value;
-  } else if (name == "delay") {
-    settings.delay = std::stod(value);
-  } else {
-    return false;
-  }
-  return true;
 }
 
 // Serves until unmounted. Returns the program's exit status.
