@@ -42,6 +42,10 @@ class Drive {
   double bytesPerWrap() const { return bytesPerWrap_; }
   // The place `offset` bytes behind the beginning of a partition, 'a' or 'b'; of any other: of the tape.
   std::int64_t place(char partition, std::int64_t offset) const;
+  double metresFromBeginning(std::int64_t place) const;
+  // Whether reading at a place moves towards the beginning of the tape.
+  bool leadsBack(std::int64_t place) const { return wrapOf(place) % 2 != 0; }
+
   // From having read up to `from` until reading begins at `to`. Reads on over a gap where that is faster.
   double locateSeconds(std::int64_t from, std::int64_t to) const;
   // Reading `count` bytes that begin at `from`, turns at the ends of wraps included.
@@ -51,7 +55,6 @@ class Drive {
   int wrapOf(std::int64_t place) const {
     return static_cast<int>(static_cast<double>(place) / bytesPerWrap_);
   }
-  double metresFromBeginning(std::int64_t place) const;
 
   const Generation& generation_;
   const double bytesPerWrap_;
