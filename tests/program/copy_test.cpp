@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -76,8 +77,9 @@ TEST(Copy, bytesArriveThroughTheSmallestBuffersAndRings) {
 
 TEST(Copy, attributesBeyondOneBlockArriveWhole) {
   // Only some file systems take them; memory usually does.
-  setenv("TMPDIR", "/dev/shm", 1);
-  const CopyScene scene;
+  const char* const memory = "/dev/shm";
+  if (access(memory, W_OK) != 0) GTEST_SKIP() << memory;
+  const CopyScene scene(memory);
   const std::string value(65536, '\x80');
   const std::string path = scene.addSource("a");
   if (setxattr(path.c_str(), "user.big", value.data(), value.size(), 0) != 0)
