@@ -65,6 +65,7 @@ int BufferQ::createQ(int moduleCount, const StopFlag& stop) {
     const MutexLock lock(mutex_);
     position(0).head = 0;
     position(0).tail = static_cast<std::uint32_t>(bufferCount_ - 1);
+    leadLimit_ = std::max(kShortLead, std::int64_t{4} * bufferSize_);
   }
   return inFile ? setupFile(path) : setupMem();
 }
@@ -131,6 +132,8 @@ int BufferQ::setupMem() {
     return 1;
   }
   memory_ = static_cast<char*>(memory);
+  const MutexLock lock(mutex_);
+  freeBuffers_.reserve(static_cast<std::size_t>(bufferCount_));
   logger->log(kDebug, msg::kBufferSetupMemDone);
   return 0;
 }

@@ -3,9 +3,12 @@
 
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <cassert>
 #include <cerrno>
 #include <cstring>
+#include <limits>
+#include <utility>
 
 #include "log/logger.h"
 
@@ -35,14 +38,14 @@ int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
     const ModulePosition& me = position(moduleId);
     logger->log(kDebug, msg::kRingHandOut, shown(me.head), shown(me.tail), shown(me.head));
     slot = &slots_[me.head];
-    if (slot->capacity == 0) prepareSlot(*slot, me.head);
+    prepareSlot(*slot, me.head);
   }
   return mode_ == Mode::kBufferFile ? mapSlot(*slot) : 0;
 }
 
 // Returns 0 once the module owns a slot, 1 when it is to stop instead.
 int BufferQ::waitForSlot(int moduleId) {
-  while (position(moduleId).head == kStarved) {
+  while (!mayGet(moduleId)) {
     const auto deadline = std::chrono::steady_clock::now() + waitRound_;
     logger->log(kDebug, msg::kRingStarved, moduleId);
     const auto woken = position(predecessor(moduleId)).handedOn.waitUntil(mutex_, deadline);
@@ -72,15 +75,18 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   ModulePosition& next = position(nextId);
   assert(&slots_[me.head] == &slot);
   const bool wasLast = me.head == me.tail;
+  const bool readerHadNoRoom = nextId == 0 && !readerShouldWake();
+  accountTransfer(moduleId, slot);
 
   next.tail = me.head;
   logger->log(kDebug, msg::kRingNext, nextId, shown(me.head), shown(slot.bufferId));
-  if (next.head == kStarved) {
+  const bool fed = next.head == kStarved;
+  if (fed) {
     logger->log(kDebug, msg::kRingNextStarved, nextId);
     next.head = next.tail;
-    me.handedOn.notifyAll();
     logger->log(kDebug, msg::kRingNextFed, nextId, shown(next.head));
   }
+  if (nextId == 0 ? readerHadNoRoom && readerShouldWake() : fed) me.handedOn.notifyAll();
   // A ring of one module passes the slot to itself: it owns all slots, always.
   if (wasLast && nextId != moduleId) {
     logger->log(kDebug, msg::kRingLastSlot, moduleId);
@@ -93,20 +99,59 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   return 0;
 }
 
+// Whether the module owns a slot and, if it is the reader, has not used up its lead.
+bool BufferQ::mayGet(int moduleId) const {
+  return position(moduleId).head != kStarved && (moduleId != 0 || lead_ < leadLimit_);
+}
+
+// The reader is left asleep until a good part of its room is empty again: it wakes once for many buffers, and
+// a tape that is faster than the destination runs and stops in long stretches. Slots and lead come back
+// without its help.
+bool BufferQ::readerShouldWake() const {
+  const auto slots = static_cast<std::uint32_t>(bufferCount_);
+  return slotsOf(position(0)) >= std::max(1U, slots / kReaderWakeShare) &&
+         lead_ <= leadLimit_ - leadLimit_ / kReaderWakeShare;
+}
+
+// Keeps account of the reader's lead, and of the buffers that are free again.
+void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {
+  const std::int64_t bytes = std::max(slot.length, 0);
+  if (fromModule == 0) lead_ += bytes;
+  if (successor(fromModule) != 0) return;
+  lead_ -= bytes;
+  if (mode_ == Mode::kMemory) freeBuffers_.push_back(std::exchange(slot.data, nullptr));
+}
+
+void BufferQ::allowLongLead() {
+  const MutexLock lock(mutex_);
+  leadLimit_ = std::numeric_limits<std::int64_t>::max();
+}
+
+std::uint32_t BufferQ::slotsOf(const ModulePosition& position) const {
+  const auto count = static_cast<std::uint32_t>(bufferCount_);
+  return position.head == kStarved ? 0 : (position.tail + count - position.head) % count + 1;
+}
+
 BufferQ::Run BufferQ::ownedBy(int moduleId) const {
   const MutexLock lock(mutex_);
   return {position(moduleId).head, position(moduleId).tail};
 }
 
-// Slots are set up when first handed out, so that a short copy does not touch the whole pool.
-void BufferQ::prepareSlot(BufferSlot& slot, std::uint32_t index) const {
-  slot.bufferId = index;
-  slot.capacity = bufferSize_;
-  if (mode_ == Mode::kMemory) {
-    slot.data = memory_ + static_cast<std::size_t>(index) * static_cast<std::size_t>(bufferSize_);
-  } else {
+// Slots are set up when first handed out, and get their buffer whenever the reader takes them: a short copy
+// does not touch the whole pool.
+void BufferQ::prepareSlot(BufferSlot& slot, std::uint32_t index) {
+  if (slot.capacity == 0) {
+    slot.bufferId = index;
+    slot.capacity = bufferSize_;
     slot.bufferFd = bufferFd_;
     slot.segment = index * segmentSize_;
+  }
+  if (mode_ != Mode::kMemory || slot.data != nullptr) return;
+  if (freeBuffers_.empty()) {
+    slot.data = memory_ + static_cast<std::size_t>(unusedFrom_++) * static_cast<std::size_t>(bufferSize_);
+  } else {
+    slot.data = freeBuffers_.back();
+    freeBuffers_.pop_back();
   }
 }
 

@@ -13,9 +13,15 @@
 // so every stage sees the buffers in the order in which the reader filled them.
 //
 // Starved and fed. A module without slots is starved (`head` is kStarved) and waits on its predecessor's
-// condition. Only the predecessor's put feeds it, by setting its head, and only then is it woken; a module
-// that is not starved finds its grown run by itself. A module becomes starved only by its own put of the
-// last slot it owned.
+// condition. Only the predecessor's put feeds it, by setting its head, and wakes it; a module that is not
+// starved finds its grown run by itself. A module becomes starved only by its own put of the last slot it
+// owned. A starved stage is woken at once, the reader when a quarter of its room has come back to it.
+//
+// Short lead, long lead. While the source is as fast as memory, reading far ahead gains nothing and costs a
+// pass through memory that no cache holds; the reader is then kept to a lead of kShortLead bytes (4 buffers
+// at least) over the last stage. The first source that is slower opens the whole ring, for the rest of the
+// run: buffering is what keeps a tape streaming. Buffers are handed out most recently used first, so that a
+// short lead also touches little of the pool.
 //
 // End of data. The reader marks the last buffer of the run with endOfData. Every module reads that mark
 // before it puts the slot (afterwards the slot is the successor's), passes it on, and ends.
@@ -36,6 +42,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "log/mutex.h"
 #include "pipeline/globals.h"
@@ -68,6 +75,8 @@ class BufferQ {
  public:
   static constexpr std::uint32_t kStarved = ~std::uint32_t{0};
   static constexpr int kMaxModules = 4;
+  static constexpr std::int64_t kShortLead = 1 << 20;   // bytes
+  static constexpr std::uint32_t kReaderWakeShare = 4;  // the reader wakes when this part of its room is free
   enum class Mode { kMemory = 0, kBufferFile = 1 };
 
   // `waitRound`: how long a starved module waits before it looks at the stop flag.
@@ -89,6 +98,9 @@ class BufferQ {
   // Passes `slot` on to the next module. REQUIRES: `slot` is what `moduleId` got last and did not put yet.
   // Returns 0, or 1 when a buffer file's segment can't be unmapped (logged at kUrgent).
   [[nodiscard]] int putBufferSlot(int moduleId, BufferSlot& slot);
+
+  // Lets the reader fill the whole ring from now on. For the reader's thread.
+  void allowLongLead();
 
   // The run of slots that a module owns; `head` is kStarved when it owns none. For looking at a ring, not
   // for deciding anything while stages run.
@@ -130,10 +142,14 @@ class BufferQ {
   const ModulePosition& position(int moduleId) const TAMRIX_REQUIRES(mutex_) {
     return positions_[static_cast<std::size_t>(moduleId)];
   }
+  bool mayGet(int moduleId) const TAMRIX_REQUIRES(mutex_);
+  bool readerShouldWake() const TAMRIX_REQUIRES(mutex_);
+  std::uint32_t slotsOf(const ModulePosition& position) const;
+  void accountTransfer(int fromModule, BufferSlot& slot) TAMRIX_REQUIRES(mutex_);
   int predecessor(int moduleId) const { return (moduleCount_ + moduleId - 1) % moduleCount_; }
   int successor(int moduleId) const { return (moduleId + 1) % moduleCount_; }
   int waitForSlot(int moduleId) TAMRIX_REQUIRES(mutex_);
-  void prepareSlot(BufferSlot& slot, std::uint32_t index) const;
+  void prepareSlot(BufferSlot& slot, std::uint32_t index) TAMRIX_REQUIRES(mutex_);
   int mapSlot(BufferSlot& slot) const;
   int unmapSlot(BufferSlot& slot) const;
   void dump() const TAMRIX_REQUIRES(mutex_);
@@ -155,6 +171,10 @@ class BufferQ {
 
   mutable Mutex mutex_;
   std::array<ModulePosition, kMaxModules> positions_ TAMRIX_GUARDED_BY(mutex_);  // by module id
+  std::int64_t lead_ TAMRIX_GUARDED_BY(mutex_) = 0;       // bytes that the reader is ahead of the last stage
+  std::int64_t leadLimit_ TAMRIX_GUARDED_BY(mutex_) = 0;  // the reader waits from here on
+  std::vector<char*> freeBuffers_ TAMRIX_GUARDED_BY(mutex_);  // used before and free, the latest last
+  std::uint32_t unusedFrom_ TAMRIX_GUARDED_BY(mutex_) = 0;    // buffers from here on were never used
 };
 
 }  // namespace tamrix

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <new>
@@ -204,8 +203,7 @@ int CopyList::finish() {
     return 1;
   }
   logger->log(kDebug, msg::kListFilesFound, static_cast<std::int32_t>(sorted_.size()));
-  std::stable_sort(sorted_.begin(), sorted_.end(),
-                   [](const Extent* a, const Extent* b) { return extentLess(*a, *b); });
+  sortInTapeOrder(sorted_);
   if (logger->level() <= kDebug) {
     for (const Extent* e : sorted_) {
       logger->log(kDebug, msg::kListExtent, static_cast<char>(e->partition), e->startBlock, e->byteCount,

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 namespace tamrix {
 
@@ -24,5 +25,8 @@ struct Extent {
 // name, before all others (their volume is empty).
 // Kept: only a's partition is looked at for '?'.
 bool extentLess(const Extent& a, const Extent& b);
+
+// Sorts by extentLess; extents of which neither is less keep their order.
+void sortInTapeOrder(std::vector<Extent*>& extents);
 
 }  // namespace tamrix

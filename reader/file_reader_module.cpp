@@ -11,6 +11,16 @@
 
 namespace tamrix {
 
+namespace {
+
+// A source that is read at less than this is no memory; drives, disks and networks are well below. Measured
+// over so many bytes, or so much time, whichever is reached first.
+constexpr double kMemorySpeed = 1e9;  // bytes per second
+constexpr std::int64_t kSampleBytes = 16 << 20;
+constexpr std::chrono::milliseconds kSampleTime(20);
+
+}  // namespace
+
 FileReaderModule::FileReaderModule(PipelineGlobals& globals) : ReaderModule(globals), copyList_(globals) {
   logger->log(kDebug, msg::kFrmConstructorGlobals);
 }
@@ -71,9 +81,11 @@ int FileReaderModule::openFile(FileC& file) {
 
 int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
   const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(extent.byteCount, slot.capacity));
+  const auto start = std::chrono::steady_clock::now();
   const ssize_t n = wanted == 0 ? 0 : read(file.fd, slot.data, wanted);
+  const int error = errno;
+  if (!sourceIsSlow_) accountRead(n, std::chrono::steady_clock::now() - start);
   if (n < 0 || (n == 0 && wanted != 0)) {
-    const int error = errno;
     if (n < 0) {
       logger->log(kUrgent, msg::kFillReadFailed, std::strerror(error));
     } else {
@@ -95,6 +107,19 @@ int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
   slot.sparseBlock = 0;
   slot.file = &file;
   return 0;
+}
+
+void FileReaderModule::accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time) {
+  sampleBytes_ += bytes;
+  sampleTime_ += time;
+  if (sampleBytes_ < kSampleBytes && sampleTime_ < kSampleTime) return;
+  const double seconds = std::chrono::duration<double>(sampleTime_).count();
+  if (static_cast<double>(sampleBytes_) < seconds * kMemorySpeed) {
+    sourceIsSlow_ = true;
+    ring().allowLongLead();
+  }
+  sampleBytes_ = 0;
+  sampleTime_ = {};
 }
 
 int FileReaderModule::closeFile(FileC& file) {

@@ -1,6 +1,7 @@
 // The first stage: reads the files of the copy list, in its order, into buffers.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -37,9 +38,15 @@ class FileReaderModule : public ReaderModule {
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
 
+  // Takes note of a read, and lets the ring fill once the source proves slower than memory.
+  void accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time);
+
   CopyList copyList_;
   std::size_t position_ = 0;  // in the copy list: the extent being read
   std::int64_t totalRead_ = 0;
+  bool sourceIsSlow_ = false;
+  std::int64_t sampleBytes_ = 0;  // of the speed being measured
+  std::chrono::steady_clock::duration sampleTime_{};
 };
 
 }  // namespace tamrix

@@ -4,55 +4,65 @@
 
 namespace tamrix {
 
-PairIndex::PairIndex()
-    : bySource_(0, Hash{this, End::kSource}, Equal{this, End::kSource}),
-      byDestination_(0, Hash{this, End::kDestination}, Equal{this, End::kDestination}) {}
+PairIndex::End::End(const PathIdentity& object, const std::string& path)
+    : identity(object),
+      rest(object.rest(path)),
+      hash((object.inode * 31 + object.device) * 31 + pathTextHash(rest)) {}
 
-PairIndex::Key PairIndex::keyOf(Number number, End end) const {
-  const Entry& entry = entries_[number];
-  return end == End::kSource ? Key{entry.source, entry.source.rest(entry.file->srcPath)}
-                             : Key{entry.destination, entry.destination.rest(entry.file->dstPath)};
+bool PairIndex::End::operator==(const End& other) const {
+  return identity.inode == other.identity.inode && identity.device == other.identity.device &&
+         samePathText(rest, other.rest);
 }
 
-std::size_t PairIndex::Hash::operator()(const Key& key) const {
-  const std::size_t object = std::hash<std::uint64_t>()(key.identity.inode * 0x9E3779B97F4A7C15U);
-  return object ^ std::hash<std::uint64_t>()(key.identity.device) ^ pathTextHash(key.rest);
+PairIndex::Number PairIndex::findSource(const End& wanted) const {
+  return bySource_.find(wanted.hash, [&](Number number) {
+    return End(entries_[number].source, entries_[number].file->srcPath) == wanted;
+  });
 }
 
-bool PairIndex::Equal::operator()(const Key& a, const Key& b) const {
-  return a.identity.inode == b.identity.inode && a.identity.device == b.identity.device &&
-         samePathText(a.rest, b.rest);
+PairIndex::Number PairIndex::findDestination(const End& wanted) const {
+  return byDestination_.find(wanted.hash, [&](Number number) {
+    return End(entries_[number].destination, entries_[number].file->dstPath) == wanted;
+  });
 }
 
 PairClash PairIndex::find(const std::string& srcPath, const PathIdentity& source, const std::string& dstPath,
                           const PathIdentity& destination) const {
-  const Key sourceKey{source, source.rest(srcPath)};
-  const Key destinationKey{destination, destination.rest(dstPath)};
-  const auto sameDestination = byDestination_.find(destinationKey);
-  if (sameDestination != byDestination_.end()) {
-    const FileC& earlier = *entries_[*sameDestination].file;
+  const End sourceEnd(source, srcPath);
+  const End destinationEnd(destination, dstPath);
+  // One after the other, these accesses would take the time of a slow one each.
+  for (const End* end : {&sourceEnd, &destinationEnd}) {
+    bySource_.prefetch(end->hash);
+    byDestination_.prefetch(end->hash);
+  }
+
+  const Number sameDestination = findDestination(destinationEnd);
+  if (sameDestination != NumberTable::kNone) {
+    const FileC& earlier = *entries_[sameDestination].file;
     if (samePathText(earlier.srcPath, srcPath)) return {PairClash::Kind::kDuplicate, &earlier};
   }
 
   PairClash clash;
-  Number first = 0;
-  const auto consider = [&](const NumberSet& set, NumberSet::const_iterator found, PairClash::Kind kind) {
-    if (found == set.end() || (clash.kind != PairClash::Kind::kNone && *found >= first)) return;
-    first = *found;
+  Number first = NumberTable::kNone;
+  const auto consider = [&](Number found, PairClash::Kind kind) {
+    if (found >= first) return;
+    first = found;
     clash = {kind, entries_[first].file};
   };
   // For one and the same earlier pair the first of these wins.
-  consider(byDestination_, byDestination_.find(sourceKey), PairClash::Kind::kReadsDestination);
-  consider(bySource_, bySource_.find(destinationKey), PairClash::Kind::kOverwritesSource);
-  consider(byDestination_, sameDestination, PairClash::Kind::kSameDestination);
+  consider(findDestination(sourceEnd), PairClash::Kind::kReadsDestination);
+  consider(findSource(destinationEnd), PairClash::Kind::kOverwritesSource);
+  consider(sameDestination, PairClash::Kind::kSameDestination);
   return clash;
 }
 
 void PairIndex::add(const FileC& file, const PathIdentity& source, const PathIdentity& destination) {
   const auto number = static_cast<Number>(entries_.size());
   entries_.push_back({&file, source, destination});
-  bySource_.insert(number);
-  byDestination_.insert(number);
+  const End sourceEnd(source, file.srcPath);
+  const End destinationEnd(destination, file.dstPath);
+  if (findSource(sourceEnd) == NumberTable::kNone) bySource_.add(sourceEnd.hash, number);
+  if (findDestination(destinationEnd) == NumberTable::kNone) byDestination_.add(destinationEnd.hash, number);
 }
 
 }  // namespace tamrix

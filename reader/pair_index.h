@@ -1,11 +1,12 @@
 // Finds pairs that can't be copied together, at a cost per pair that does not grow with the list.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <deque>
 #include <string>
-#include <unordered_set>
+#include <string_view>
 
+#include "reader/number_table.h"
 #include "reader/path_identity.h"
 
 namespace tamrix {
@@ -30,8 +31,6 @@ struct PairClash {
 // Threads: one. Lifetime: a listing; the records must outlive it.
 class PairIndex {
  public:
-  PairIndex();
-
   // How the pair stands to those added before. `source` and `destination` come from a PathResolver.
   PairClash find(const std::string& srcPath, const PathIdentity& source, const std::string& dstPath,
                  const PathIdentity& destination) const;
@@ -40,41 +39,29 @@ class PairIndex {
   void add(const FileC& file, const PathIdentity& source, const PathIdentity& destination);
 
  private:
-  enum class End { kSource, kDestination };
+  using Number = NumberTable::Number;  // an entry's place in entries_
   struct Entry {
     const FileC* file;
     PathIdentity source;
     PathIdentity destination;
   };
-  struct Key {
+  // One end of a pair, with what it is looked up by.
+  struct End {
+    End(const PathIdentity& object, const std::string& path);
+    bool operator==(const End& other) const;
+
     const PathIdentity& identity;
-    std::string_view rest;
+    const std::string_view rest;
+    const std::size_t hash;
   };
-  using Number = std::uint32_t;  // an entry's place in entries_
 
-  Key keyOf(Number number, End end) const;
-
-  struct Hash {
-    using is_transparent = void;
-    const PairIndex* index;
-    End end;
-    std::size_t operator()(const Key& key) const;
-    std::size_t operator()(Number number) const { return (*this)(index->keyOf(number, end)); }
-  };
-  struct Equal {
-    using is_transparent = void;
-    const PairIndex* index;
-    End end;
-    bool operator()(const Key& a, const Key& b) const;
-    bool operator()(Number a, const Key& b) const { return (*this)(index->keyOf(a, end), b); }
-    bool operator()(const Key& a, Number b) const { return (*this)(index->keyOf(b, end), a); }
-    bool operator()(Number a, Number b) const { return (*this)(index->keyOf(a, end), index->keyOf(b, end)); }
-  };
-  using NumberSet = std::unordered_set<Number, Hash, Equal>;
+  // The first entry with this source, this destination; NumberTable::kNone when there is none.
+  Number findSource(const End& wanted) const;
+  Number findDestination(const End& wanted) const;
 
   std::deque<Entry> entries_;
-  NumberSet bySource_;       // of entries with the same source, the first
-  NumberSet byDestination_;  // likewise
+  NumberTable bySource_;       // of entries with the same source, the first
+  NumberTable byDestination_;  // likewise
 };
 
 }  // namespace tamrix

@@ -15,22 +15,24 @@ namespace tamrix {
 
 namespace {
 
-// What Linux allows for one value and for a list of names; a file system may still hold more.
-constexpr std::size_t kUsualSize = 65536;
+// Room for the usual value and list of names. The kernel clears as much memory as it is told there is room
+// for, at each call: a call with room for the longest value costs several times one with room for this.
+constexpr std::size_t kUsualSize = 512;
 
 constexpr std::string_view kUserPrefix = "user.";
 constexpr std::string_view kVendor = "VOQ";
 
-// Calls `fill(data, size)`, a reader of extended attributes, with a buffer that grows while it is too small.
-// Returns the bytes read, or -1 with errno set.
+// Calls `fill(data, size)`, a reader of extended attributes, with more and more of the buffer, which grows,
+// while that is too small. Returns the bytes read, or -1 with errno set.
 template <class Fill>
 ssize_t readWhole(std::vector<char>& buffer, Fill fill) {
-  for (;;) {
-    const ssize_t n = fill(buffer.data(), buffer.size());
+  for (std::size_t size = kUsualSize;;) {
+    if (buffer.size() < size) buffer.resize(size);
+    const ssize_t n = fill(buffer.data(), size);
     if (n >= 0 || errno != ERANGE) return n;
     const ssize_t needed = fill(nullptr, 0);
     if (needed < 0) return needed;
-    buffer.resize(std::max(buffer.size() * 2, static_cast<std::size_t>(needed)));
+    size = std::max(size * 2, static_cast<std::size_t>(needed));
   }
 }
 
@@ -46,8 +48,6 @@ bool cutToExisting(std::string& path) {
 }
 
 }  // namespace
-
-SourceAttributes::SourceAttributes() : names_(kUsualSize), buffer_(kUsualSize) {}
 
 void SourceAttributes::collect(FileC& file) {
   logger->log(kDebug, msg::kListGetXattrs);

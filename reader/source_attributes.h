@@ -20,8 +20,6 @@ struct TapePosition {
 // Threads: one. Lifetime: a listing.
 class SourceAttributes {
  public:
-  SourceAttributes();
-
   // Adds the source's user attributes to the record, each whole whatever its size. One that can't be read
   // costs a warning, the others are still collected.
   void collect(FileC& file);

@@ -6,8 +6,10 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
-#include <cstdio>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -36,6 +38,17 @@ timeval microseconds(const timespec& time) { return {time.tv_sec, time.tv_nsec /
 // failed.
 int seekTo(int fd, std::int64_t position) {
   return static_cast<std::int32_t>(lseek(fd, position, SEEK_SET)) == -1 ? -1 : 0;
+}
+
+// Removes the file that `path` leads to: behind a link as well, since that is where the half file is. A
+// device or FIFO was not made by the copy and stays. Returns 0, or -1 with errno set.
+int removeFile(const std::string& path) {
+  std::array<char, PATH_MAX> real;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by realpath
+  struct stat status {};
+  if (realpath(path.c_str(), real.data()) == nullptr || lstat(real.data(), &status) != 0) return -1;
+  if (S_ISREG(status.st_mode)) return unlink(real.data());
+  errno = EPERM;
+  return -1;
 }
 
 }  // namespace
@@ -74,15 +87,12 @@ int FileWriterModule::openDestination(FileC& file) {
   file.bytesWritten = 0;
   file.writeOffset = 0;
   logger->log(kInfo, msg::kWriteCopy, file.srcPath, file.dstPath);
-  if (createFile(file) != 0 || lockFile(file) != 0) return 1;
-  if (sparseMode_ && ftruncate(file.dstFd, file.fileSize) != 0) {
-    (void)unlockFile(file);  // a failure is told; closing the descriptor releases the lock anyway
-    logger->log(kUrgent, msg::kWriteTruncateFailed);
-    close(file.dstFd);
-    reportAndDelete(file);
+  // Listed before it is made: what could fail in listing it must not leave an unlisted file behind.
+  const auto entry = openList_.emplace(file.srcPath, &file).first;
+  if (createFile(file) != 0 || lockFile(file) != 0 || sizeFile(file) != 0) {
+    openList_.erase(entry);
     return 1;
   }
-  openList_.emplace(file.srcPath, &file);
   current_ = &file;
   return 0;
 }
@@ -115,6 +125,16 @@ int FileWriterModule::lockFile(FileC& file) {
   close(file.dstFd);
   // A file that another process holds is not ours to delete.
   if (error != EACCES && error != EAGAIN) reportAndDelete(file);
+  return 1;
+}
+
+// In sparse mode, gives the file its length at once, so that a tail of zeros can stay a hole.
+int FileWriterModule::sizeFile(const FileC& file) const {
+  if (!sparseMode_ || ftruncate(file.dstFd, file.fileSize) == 0) return 0;
+  (void)unlockFile(file);  // a failure is told; closing the descriptor releases the lock anyway
+  logger->log(kUrgent, msg::kWriteTruncateFailed);
+  close(file.dstFd);
+  reportAndDelete(file);
   return 1;
 }
 
@@ -229,7 +249,7 @@ void FileWriterModule::discardDestination(FileC& file) {
 
 void FileWriterModule::reportAndDelete(const FileC& file) const {
   logger->log(kInfo, msg::kStatusError, file.srcPath, file.dstPath);
-  if (std::remove(file.dstPath.c_str()) == 0) {
+  if (removeFile(file.dstPath) == 0) {
     logger->log(kInfo, msg::kWriteDeleted, file.dstPath);
   } else {
     const int error = errno;

@@ -24,6 +24,8 @@ namespace tamrix {
 //   times, an attribute           kept           WARNING       goes on
 //   the run ends in mid-file      deleted        ERROR         -
 //
+// What is deleted is the file that a link leads to; a device or FIFO is never deleted.
+//
 // Threads and lifetime: as Module. The records that buffers point at outlive it.
 class FileWriterModule : public WriterModule {
  public:
@@ -42,6 +44,7 @@ class FileWriterModule : public WriterModule {
   int openDestination(FileC& file);
   int createFile(FileC& file);
   int lockFile(FileC& file);
+  int sizeFile(const FileC& file) const;
   int writeBuffer(const BufferSlot& slot, FileC& file) const;
   int skipZeros(const BufferSlot& slot, FileC& file) const;
   int writeData(const BufferSlot& slot, FileC& file) const;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -88,6 +89,43 @@ TEST_F(RingTest, buffersReachEveryStageInOrderAndWhole) {
     for (std::thread& thread : threads) thread.join();
     expectOneOwnerEach(ring, 3);
   }
+}
+
+TEST_F(RingTest, theReaderKeepsAShortLeadUntilALongOneIsAllowed) {
+  constexpr int kBuffers = 32;
+  properties_.set("buffer-size", "1MB");
+  properties_.set("total-buffer-size", std::to_string(kBuffers) + "MB");
+  BufferQ ring;
+  ASSERT_EQ(ring.createQ(2, globals_.stopExecution), 0);
+  const auto read = [&](int buffers) {
+    for (int i = 0; i < buffers; ++i) {
+      BufferSlot* slot = nullptr;
+      ASSERT_EQ(ring.getBufferSlot(0, slot), 0);
+      slot->length = slot->capacity;
+      ASSERT_EQ(ring.putBufferSlot(0, *slot), 0);
+    }
+  };
+  const auto owned = [&](int id) {
+    const BufferQ::Run run = ring.ownedBy(id);
+    return run.head == BufferQ::kStarved ? 0
+                                         : static_cast<int>((run.tail + kBuffers - run.head) % kBuffers) + 1;
+  };
+  std::thread reader(read, 1000);
+  std::set<const char*> buffers;
+  for (int i = 0; i < 1000; ++i) {
+    BufferSlot* slot = nullptr;
+    ASSERT_EQ(ring.getBufferSlot(1, slot), 0);
+    EXPECT_LE(owned(1), 4);
+    buffers.insert(slot->data);
+    ASSERT_EQ(ring.putBufferSlot(1, *slot), 0);
+  }
+  reader.join();
+  EXPECT_LE(buffers.size(), 5U);
+
+  ring.allowLongLead();
+  read(kBuffers);
+  EXPECT_EQ(owned(0), 0);
+  EXPECT_EQ(owned(1), kBuffers);
 }
 
 TEST_F(RingTest, stopBeforeAGetHandsOutNothing) {

@@ -6,7 +6,7 @@
 
 namespace tamrix::test {
 
-CopyScene::CopyScene() {
+CopyScene::CopyScene(const std::filesystem::path& parent) : dir_(parent) {
   for (const char* name : {"source", "target"}) std::filesystem::create_directory(dir_ / name);
 }
 

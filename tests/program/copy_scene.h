@@ -1,6 +1,7 @@
 // What a test of the program copies: a source and a destination directory, and a batch file.
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <string>
 #include <string_view>
@@ -14,8 +15,8 @@ namespace tamrix::test {
 
 class CopyScene {
  public:
-  // Each with its directories made.
-  CopyScene();
+  // Below `parent`, with both directories made.
+  explicit CopyScene(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
 
   const TempDir& dir() const { return dir_; }
   std::string source(std::string_view name) const { return dir_ / ("source/" + std::string(name)); }

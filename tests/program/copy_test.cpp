@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -76,8 +77,9 @@ TEST(Copy, bytesArriveThroughTheSmallestBuffersAndRings) {
 
 TEST(Copy, attributesBeyondOneBlockArriveWhole) {
   // Only some file systems take them; memory usually does.
-  setenv("TMPDIR", "/dev/shm", 1);
-  const CopyScene scene;
+  const char* const memory = "/dev/shm";
+  if (access(memory, W_OK) != 0) GTEST_SKIP() << memory;
+  const CopyScene scene(memory);
   const std::string value(65536, '\x80');
   const std::string path = scene.addSource("a");
   if (setxattr(path.c_str(), "user.big", value.data(), value.size(), 0) != 0)
@@ -152,7 +154,7 @@ TEST(Copy, expressionAndBatchFileAreCopiedInOneRun) {
 
 TEST(Copy, runsAtTheSameTimeMakeTheSameDirectories) {
   const CopyScene scene;
-  for (int round = 0; round < 10; ++round) {
+  for (int round = 0; round < 40; ++round) {
     std::list<test::RunningProgram> programs;
     for (const std::string name : {"a", "b", "c", "d"}) {
       scene.addSource(name);
@@ -161,7 +163,7 @@ TEST(Copy, runsAtTheSameTimeMakeTheSameDirectories) {
     }
     for (test::RunningProgram& program : programs) EXPECT_EQ(program.wait().status, 0) << program.wait();
   }
-  EXPECT_EQ(scene.copied().size(), 10U * 8);
+  EXPECT_EQ(scene.copied().size(), 40U * 8);
 }
 
 // Where a file belongs: volume, partition, block, and the name of one that has none of these.

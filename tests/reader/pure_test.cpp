@@ -2,12 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "reader/extent.h"
 #include "reader/file_c.h"
+#include "reader/number_table.h"
 #include "reader/path_identity.h"
 #include "reader/wildcard.h"
 #include "tests/support/captured_log.h"
@@ -144,6 +147,42 @@ TEST_F(ExtentOrder, onlyTheFirstPartitionIsLookedAtForAMissingPosition) {
   const Extent emptyFile = extent("", 'a', 0, 0, ant_);
   EXPECT_FALSE(extentLess(unknown, emptyFile));  // by name: zoo after ant
   EXPECT_FALSE(extentLess(emptyFile, unknown));  // by partition: 'a' after '?'
+}
+
+TEST_F(ExtentOrder, sortingAgreesWithTheOrder) {
+  // Few values of each, so that every rule decides somewhere and many extents are equal.
+  std::minstd_rand random(1);
+  std::vector<Extent> extents;
+  for (int i = 0; i < 2000; ++i) {
+    const std::array volumes = {"", "0-uuid", "1-uuid"};
+    const char* const volume = volumes.at(random() % 3);
+    const char partition = *volume == '\0' ? '?' : "ab"[random() % 2];
+    const auto block = static_cast<std::int64_t>(random() % 20);
+    const auto offset = static_cast<std::int64_t>(random() % 2);
+    extents.push_back(extent(volume, partition, block, offset, random() % 2 == 0 ? zoo_ : ant_));
+  }
+  std::vector<Extent*> sorted;
+  for (Extent& each : extents) sorted.push_back(&each);
+  std::vector<Extent*> expected = sorted;
+  std::stable_sort(expected.begin(), expected.end(),
+                   [](const Extent* a, const Extent* b) { return extentLess(*a, *b); });
+  sortInTapeOrder(sorted);
+  EXPECT_EQ(sorted, expected);
+}
+
+TEST(NumberTable, findsEveryNumberHoweverTheHashesFall) {
+  constexpr std::size_t kCount = 3000;
+  for (const std::size_t stride : {std::size_t{0}, std::size_t{1}, std::size_t{4096}, std::size_t{1} << 40}) {
+    NumberTable table;
+    const auto find = [&](std::size_t number) {
+      return table.find(number * stride, [&](NumberTable::Number found) { return found == number; });
+    };
+    for (std::size_t i = 0; i < kCount; ++i) {
+      ASSERT_EQ(find(i), NumberTable::kNone) << stride;
+      table.add(i * stride, static_cast<NumberTable::Number>(i));
+    }
+    for (std::size_t i = 0; i < kCount; ++i) ASSERT_EQ(find(i), i) << stride;
+  }
 }
 
 TEST(GetEA, limitsAndLookUp) {

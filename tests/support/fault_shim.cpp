@@ -57,13 +57,18 @@ const Fault& fault() {
 
 bool isCall(const char* call) { return std::strcmp(fault().call, call) == 0; }
 
-// Whether this call on `path` is the one to hit; notes that it is.
-bool hits(const char* path) {
-  if (path == nullptr || std::strstr(path, fault().path) == nullptr) return false;
+// Counts a matching call; notes when it is the one to hit.
+bool isNext() {
   if (++seen != fault().nth) return false;
   const long made = syscall(SYS_openat, AT_FDCWD, fault().logFile, O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
   if (made >= 0) syscall(SYS_close, static_cast<int>(made));
   return true;
+}
+
+// Whether this call on `path` is the one to hit.
+bool hits(const char* path) {
+  if (path == nullptr || std::strstr(path, fault().path) == nullptr) return false;
+  return isNext();
 }
 
 bool failsOn(const char* call, const char* path) {
@@ -206,7 +211,7 @@ struct dirent64* readdir64(DIR* directory) {
 void* malloc(std::size_t size) noexcept {
   // No look-up in here: those that it would need call malloc themselves.
   static const bool chosen = isCall("malloc");
-  if (chosen && hits("")) {
+  if (chosen && isNext()) {
     errno = ENOMEM;
     return nullptr;
   }

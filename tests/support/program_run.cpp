@@ -79,7 +79,7 @@ void enterSurroundings(const ProgramOptions& options) {
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  for (const int number : {SIGPIPE, SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
+  for (const int number : {SIGPIPE, SIGXFSZ, SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
   for (const int number : options.ignoredSignals) std::signal(number, SIG_IGN);
   for (const auto& [resource, value] : options.limits) {
     const rlimit limit{value, value};

@@ -1,0 +1,260 @@
+// How time and memory of the listing grow with the number of files.
+//
+//     listing_bench TAMRIX DIRECTORY [ROUNDS]
+//
+// Makes trees of empty files with the attributes of a tape volume in DIRECTORY, and lets the program TAMRIX
+// list them, as a directory tree and as the pairs of a batch file. An unusable buffer size ends each run
+// between listing and copying. Prints a table of medians and what they come to against the targets.
+//
+// Ends with 0 when the targets are met, 1 when one is missed, 2 when something went wrong, 3 when DIRECTORY
+// takes no user attributes. DIRECTORY is left to the caller to remove.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr int kFilesPerDirectory = 1000;
+constexpr int kFileSize = 3;  // bytes; the run's total tells that every file was listed
+constexpr double kTargetTimeRatio = 10;
+constexpr double kTargetBytesPerFile = 1024;
+constexpr int kNoAttributes = 3;
+
+[[noreturn]] void fail(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+std::string numbered(const char* format, int number) {
+  std::array<char, 64> text{};
+  std::snprintf(text.data(), text.size(), format, number);
+  return text.data();
+}
+
+std::string directoryName(int file) { return numbered("dir%03d", file / kFilesPerDirectory); }
+std::string fileName(int file) { return numbered("file-%07d", file); }
+
+// Returns false when the file system takes no user attributes.
+bool makeFile(const std::string& path, int number) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0 || ftruncate(fd, kFileSize) != 0) fail(path);
+  // A multiplier that is prime to the count spreads neighbours of a directory over the tape.
+  const auto block = static_cast<int>(static_cast<long long>(number) * 7919 % 1000003);
+  const std::array<std::pair<const char*, std::string>, 7> attributes = {{
+      {"user.ltfs.startblock", std::to_string(block)},
+      {"user.ltfs.partition", "b"},
+      {"user.ltfs.volumeUUID", "5f0c2d1e-8a44-4f0b-9c11-7d2e60b1a9f3"},
+      {"user.ltfs.softwareVendor", "VOQ"},
+      {"user.ltfs.fileUID", std::to_string(number + 2)},
+      {"user.ltfs.createTime", "2019-03-02T08:15:30.250000000Z"},
+      {"user.archive.project", "harbour-" + std::to_string(number % 40)},
+  }};
+  bool taken = true;
+  for (const auto& [name, value] : attributes) {
+    if (fsetxattr(fd, name, value.data(), value.size(), 0) == 0) continue;
+    taken = errno == ENOTSUP ? false : (fail(path), false);
+  }
+  close(fd);
+  return taken;
+}
+
+// Makes ROOT/dirNNN/file-NNNNNNN with all cores, a directory at a time.
+void makeTree(const std::string& root, int count) {
+  const int directories = count / kFilesPerDirectory;
+  const int workers = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+  std::filesystem::create_directories(root);
+  const auto work = [&](int worker) {
+    for (int directory = worker; directory < directories; directory += workers) {
+      const int first = directory * kFilesPerDirectory;
+      const std::string path = root + "/" + directoryName(first);
+      std::filesystem::create_directory(path);
+      for (int file = first; file < first + kFilesPerDirectory; ++file) {
+        makeFile(path + "/" + fileName(file), file);
+      }
+    }
+  };
+  std::vector<std::jthread> threads;
+  for (int worker = 0; worker < workers; ++worker) threads.emplace_back(work, worker);
+}
+
+// A batch file with the first `count` files of a tree, a file element per directory.
+void writeBatchFile(const std::string& path, const std::string& tree, const std::string& destination,
+                    int count) {
+  std::ofstream batch(path);
+  batch << "<tamrixspec version=\"1.0\">\n  <data>\n";
+  for (int file = 0; file < count; ++file) {
+    const std::string directory = directoryName(file);
+    if (file % kFilesPerDirectory == 0) {
+      batch << "    <file>\n      <srcpath>" << tree << '/' << directory << "</srcpath>\n      <dstpath>"
+            << destination << '/' << directory << "</dstpath>\n";
+    }
+    batch << "      <sf>" << fileName(file) << "</sf>\n";
+    if (file % kFilesPerDirectory == kFilesPerDirectory - 1) batch << "    </file>\n";
+  }
+  batch << "  </data>\n</tamrixspec>\n";
+  if (!batch.flush()) fail(path);
+}
+
+struct Run {
+  double wall = 0;   // seconds
+  double cpu = 0;    // seconds, user and system
+  double peak = 0;   // bytes resident
+  std::string text;  // its log
+};
+
+double seconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+Run runProgram(const std::string& program, std::vector<std::string> arguments, const std::string& log) {
+  arguments.insert(arguments.begin(), program);
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t child = 0;
+  const auto begun = std::chrono::steady_clock::now();
+  errno = posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (errno != 0) fail(program);
+  int status = 0;
+  rusage usage{};
+  if (wait4(child, &status, 0, &usage) != child) fail("wait4");
+  const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - begun;
+
+  std::ifstream file(log);
+  return {wall.count(), seconds(usage.ru_utime) + seconds(usage.ru_stime),
+          static_cast<double>(usage.ru_maxrss) * 1024,
+          std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>())};
+}
+
+// One thing to list, and the runs that listed it.
+struct Case {
+  std::string name;
+  int files;
+  std::vector<std::string> arguments;
+  std::vector<Run> runs;
+
+  double median(const std::function<double(const Run&)>& figure) const {
+    std::vector<double> figures;
+    std::transform(runs.begin(), runs.end(), std::back_inserter(figures), figure);
+    std::sort(figures.begin(), figures.end());
+    return figures[figures.size() / 2];
+  }
+  double wall() const {
+    return median([](const Run& run) { return run.wall; });
+  }
+  double cpu() const {
+    return median([](const Run& run) { return run.cpu; });
+  }
+  double bytesPerFile(double emptyPeak) const {
+    return (median([](const Run& run) { return run.peak; }) - emptyPeak) / files;
+  }
+};
+
+void listOnce(const std::string& program, const std::string& work, Case& listed) {
+  std::vector<std::string> arguments = listed.arguments;
+  arguments.insert(arguments.end(), {"-buffer-size=0", "-loglevel=PROGRESS"});
+  Run run = runProgram(program, arguments, work + "/log");
+  const std::string total =
+      "Total " + std::to_string(static_cast<long long>(listed.files) * kFileSize) + " bytes to transfer";
+  if (listed.files > 0 && run.text.find(total) == std::string::npos) {
+    throw std::runtime_error(listed.name + ": not all files were listed; the log says:\n" + run.text);
+  }
+  run.text.clear();
+  listed.runs.push_back(std::move(run));
+}
+
+void printRow(const Case& listed, double emptyPeak) {
+  std::printf("%-6s %9d %9.3f %9.3f %10.0f %9.0f\n", listed.name.c_str(), listed.files, listed.wall(),
+              listed.cpu(), listed.files / listed.wall(), listed.bytesPerFile(emptyPeak));
+}
+
+// Prints how the larger of two cases, ten times the smaller one, stands to it. Returns whether it meets the
+// targets.
+bool judge(const Case& smaller, const Case& larger, double emptyPeak) {
+  const double ratio = larger.wall() / smaller.wall();
+  const double bytes = larger.bytesPerFile(emptyPeak);
+  const bool met = ratio <= kTargetTimeRatio && bytes <= kTargetBytesPerFile;
+  std::printf(
+      "%-6s time %5.2f-fold for ten times the files (at most %.0f), %4.0f bytes a file (at most %.0f): %s\n",
+      larger.name.c_str(), ratio, kTargetTimeRatio, bytes, kTargetBytesPerFile, met ? "met" : "MISSED");
+  return met;
+}
+
+int measure(const std::string& program, const std::string& work, int rounds) {
+  // Names of one length, so that the paths cost the same.
+  const std::string tree = work + "/vol-1";
+  const std::string largeTree = work + "/vol-2";
+  const std::string destination = work + "/restored";
+  makeTree(tree, 100000);
+  makeTree(largeTree, 1000000);
+  std::filesystem::create_directory(work + "/none");
+
+  const auto treeCase = [&](int files, const std::string& source) {
+    return Case{
+        "tree", files, {"-srcpath=" + source, "-srcspec=*", "-recursive", "-dstpath=" + destination}, {}};
+  };
+  const auto batchCase = [&](int files) {
+    const std::string batch = work + "/batch-" + std::to_string(files) + ".xml";
+    writeBatchFile(batch, tree, destination, files);
+    return Case{"batch", files, {"-batchfile=" + batch}, {}};
+  };
+  std::array cases = {treeCase(0, work + "/none"), treeCase(100000, tree), treeCase(1000000, largeTree),
+                      batchCase(10000), batchCase(100000)};
+  // Round by round, so that what else the machine does falls on all.
+  for (int round = 0; round < rounds; ++round) {
+    for (Case& listed : cases) listOnce(program, work, listed);
+  }
+
+  const double emptyPeak = cases[0].median([](const Run& run) { return run.peak; });
+  std::printf(
+      "Listing, median of %d rounds; memory is the peak beyond that of an empty listing (%.1f MiB)\n\n",
+      rounds, emptyPeak / 1048576);
+  std::printf("%-6s %9s %9s %9s %10s %9s\n", "", "files", "wall s", "cpu s", "files/s", "bytes/file");
+  for (std::size_t i = 1; i < cases.size(); ++i) printRow(cases.at(i), emptyPeak);
+  std::printf("\n");
+  const bool treeMet = judge(cases[1], cases[2], emptyPeak);
+  const bool batchMet = judge(cases[3], cases[4], emptyPeak);
+  return treeMet && batchMet ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3 || argc > 4) {
+    std::fprintf(stderr, "usage: %s TAMRIX DIRECTORY [ROUNDS]\n", argv[0]);
+    return 2;
+  }
+  try {
+    const std::string work = argv[2];
+    if (!makeFile(work + "/probe", 0)) return kNoAttributes;
+    return measure(argv[1], work, argc == 4 ? std::max(1, std::atoi(argv[3])) : 5);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
+    return 2;
+  }
+}

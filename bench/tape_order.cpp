@@ -1,0 +1,213 @@
+// What the order in which files are read costs in tape time.
+//
+//     tape_order_bench TAMRIX DIRECTORY [8|9]
+//
+// For each of several requests it makes a sample volume of empty files with tape positions in DIRECTORY, has
+// the program TAMRIX list it for a copy (an unusable buffer size ends the run between listing and copying),
+// and takes the order from the log. Prints, under the model of tape_drive.h, the tape hours of directory
+// order, of that order and of an estimated best one. The default is LTO-9.
+//
+// Ends with 0 when all was compared, 2 when something went wrong, 3 when DIRECTORY takes no user attributes.
+// DIRECTORY is left to the caller to remove.
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <numeric>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "bench/read_order.h"
+#include "bench/tape_drive.h"
+
+namespace {
+
+using tamrix::tape::Drive;
+using tamrix::tape::Generation;
+using tamrix::tape::Order;
+using tamrix::tape::Stretch;
+
+constexpr std::int64_t kBlock = 524288;  // bytes, as LTFS formats a tape
+constexpr std::int64_t kMega = 1000000;
+constexpr int kNoAttributes = 3;
+
+[[noreturn]] void fail(const std::string& what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+// Files that are wanted, in directory order: by name.
+struct Request {
+  const char* name;
+  const char* directory;
+  std::vector<std::int64_t> blocks;  // of the data partition, where each file begins
+  std::int64_t bytes;                // of each file
+};
+
+enum class Names { kAsWritten, kOther };
+
+// Every `every`-th of `count` files of `bytes` that were written one after another from `firstBlock` on.
+std::vector<std::int64_t> pick(std::int64_t count, std::int64_t bytes, std::int64_t every, Names names,
+                               std::mt19937_64& random, std::int64_t firstBlock = 0) {
+  const std::int64_t blocksEach = (bytes + kBlock - 1) / kBlock;
+  std::vector<std::int64_t> blocks;
+  for (std::int64_t i = 0; i < count; ++i) {
+    if (random() % static_cast<std::uint64_t>(every) == 0) blocks.push_back(firstBlock + i * blocksEach);
+  }
+  if (names == Names::kOther) std::shuffle(blocks.begin(), blocks.end(), random);
+  return blocks;
+}
+
+std::vector<Request> makeRequests(const Generation& generation, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  const Drive drive(generation);
+  const auto dataBytes = static_cast<std::int64_t>(generation.capacity) - drive.place('b', 0) - 10000 * kMega;
+  const auto fitting = [&](std::int64_t bytes) { return dataBytes / (bytes + kBlock); };
+  const std::int64_t third = dataBytes / kBlock / 3;
+  const auto other = Names::kOther;
+  return {
+      {"contiguous, names in order", "contiguous",
+       pick(2000, 1000 * kMega, 1, Names::kAsWritten, random, third), 1000 * kMega},
+      {"contiguous, other names", "renamed", pick(2000, 1000 * kMega, 1, other, random, third), 1000 * kMega},
+      {"contiguous, small files", "small", pick(10000, kMega, 1, other, random, third), kMega},
+      {"1 in 50 of 20 MB files", "sparse20", pick(fitting(20 * kMega), 20 * kMega, 50, other, random),
+       20 * kMega},
+      {"1 in 50 of 200 MB files", "sparse200", pick(fitting(200 * kMega), 200 * kMega, 50, other, random),
+       200 * kMega},
+      {"1 in 50 of 1 GB files", "sparse1000", pick(fitting(1000 * kMega), 1000 * kMega, 50, other, random),
+       1000 * kMega},
+      {"scattered: 100 of 1 GB", "scattered",
+       pick(fitting(1000 * kMega), 1000 * kMega, fitting(1000 * kMega) / 100, other, random), 1000 * kMega},
+  };
+}
+
+std::string fileName(std::size_t number) {
+  const std::string digits = std::to_string(number);
+  return "file-" + std::string(6 - digits.size(), '0') + digits;
+}
+
+// Returns false when the file system takes no user attributes.
+bool makeFile(const std::string& path, std::int64_t block, std::int64_t bytes) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0 || ftruncate(fd, bytes) != 0) fail(path);
+  const std::pair<const char*, std::string> attributes[] = {
+      {"user.ltfs.startblock", std::to_string(block)},
+      {"user.ltfs.partition", "b"},
+      {"user.ltfs.volumeUUID", "5f0c2d1e-8a44-4f0b-9c11-7d2e60b1a9f3"},
+      {"user.ltfs.softwareVendor", "VOQ"},
+  };
+  bool taken = true;
+  for (const auto& [name, value] : attributes) {
+    if (fsetxattr(fd, name, value.data(), value.size(), 0) == 0) continue;
+    if (errno != ENOTSUP) fail(path);
+    taken = false;
+  }
+  close(fd);
+  return taken;
+}
+
+void runProgram(std::vector<std::string> words, const std::string& log) {
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  pid_t child = 0;
+  errno = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (errno != 0) fail(argv[0]);
+  int status = 0;
+  if (waitpid(child, &status, 0) != child) fail("waitpid");
+}
+
+// The order in which the program means to copy the files of `directory`.
+Order programOrder(const std::string& program, const std::string& directory, std::size_t count) {
+  const std::string log = directory + ".log";
+  runProgram({program, "-srcpath=" + directory, "-srcspec=*", "-dstpath=" + directory + ".copy",
+              "-buffer-size=0", "-loglevel=DEBUG"},
+             log);
+  Order order;
+  std::ifstream in(log);
+  for (std::string line; std::getline(in, line);) {
+    const std::size_t name = line.find(", file file-");
+    if (!line.starts_with("FRM:gl - Ext: ") || name == std::string::npos) continue;
+    order.push_back(std::stoi(line.substr(name + 12, 6)));
+  }
+  Order sorted = order;
+  std::sort(sorted.begin(), sorted.end());
+  Order all(count);
+  std::iota(all.begin(), all.end(), 0);
+  if (sorted != all) throw std::runtime_error("the program did not list every file once; see " + log);
+  return order;
+}
+
+void compare(const Drive& drive, const Request& request, const std::string& program,
+             const std::string& work) {
+  const std::string directory = work + "/" + request.directory;
+  std::filesystem::create_directory(directory);
+  std::vector<Stretch> files;
+  for (const std::int64_t block : request.blocks) {
+    makeFile(directory + "/" + fileName(files.size()), block, request.bytes);
+    const std::int64_t begin = drive.place('b', block * kBlock);
+    files.push_back({begin, begin + request.bytes});
+  }
+  Order byName(files.size());
+  std::iota(byName.begin(), byName.end(), 0);
+  const Order tamrixOrder = programOrder(program, directory, files.size());
+  const Order best = tamrix::tape::estimatedBest(drive, files, tamrixOrder);
+
+  const auto hours = [&](const Order& order) { return secondsOf(drive, files, order) / 3600; };
+  std::printf("%-27s %6zu %7.0f %10.2f %8.2f %8.2f %8.2f %8.1f %8.1f\n", request.name, files.size(),
+              static_cast<double>(request.bytes) * static_cast<double>(files.size()) / 1e9, hours(byName),
+              hours(tamrixOrder), hours(best), readingSeconds(drive, files) / 3600,
+              hours(byName) / hours(tamrixOrder), hours(tamrixOrder) / hours(best));
+  std::fflush(stdout);
+  std::filesystem::remove_all(directory);
+}
+
+void compareAll(const Generation& generation, const std::string& program, const std::string& work) {
+  constexpr std::uint64_t kSeed = 1;
+  const Drive drive(generation);
+  const auto halfTheLength = static_cast<std::int64_t>(1.5 * drive.bytesPerWrap());
+  std::printf("%s: %.0f MB/s, %.0f TB, %.0f m, %d wraps of %.1f GB; locate to half the length: %.0f s\n\n",
+              generation.name, generation.bytesPerSecond / 1e6, generation.capacity / 1e12, generation.metres,
+              generation.wraps, drive.bytesPerWrap() / 1e9, drive.locateSeconds(0, halfTheLength));
+  std::printf("%-27s %6s %7s %10s %8s %8s %8s %8s %8s\n", "tape hours", "files", "GB", "directory", "tamrix",
+              "best*", "reading", "dir/tam", "tam/best");
+  for (const Request& request : makeRequests(generation, kSeed)) compare(drive, request, program, work);
+  std::printf("\n* estimated: the best order found, not the best there is; never below \"reading\"\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string_view generation = argc > 3 ? argv[3] : "9";
+  if (argc < 3 || argc > 4 || (generation != "8" && generation != "9")) {
+    std::fprintf(stderr, "usage: %s TAMRIX DIRECTORY [8|9]\n", argv[0]);
+    return 2;
+  }
+  try {
+    const std::string work = argv[2];
+    if (!makeFile(work + "/probe", 0, 0)) return kNoAttributes;
+    compareAll(generation == "8" ? tamrix::tape::kLto8 : tamrix::tape::kLto9, argv[1], work);
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
+    return 2;
+  }
+}
