@@ -2,6 +2,7 @@
 // on a core of our choice, or wherever the system puts it. Where cores are chosen, reader and writer share
 // one and the other one is free for the stages. The time that the busier core spends on the copy is given
 // beside the time on the clock: it is what the clock would show were nothing else to run on the machine.
+// Stages that pass buffers on and do nothing tell what of it is the price of the ring.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sched.h>
@@ -17,6 +18,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/comparison.h"
@@ -74,6 +76,16 @@ class Pinned : public Stage {
   std::atomic<double>& busy_;
 };
 
+// Looks at nothing.
+class IdleModule : public ProcessModule {
+ public:
+  explicit IdleModule(PipelineGlobals& globals) : ProcessModule(globals, "idle") {}
+  int processBuffer(BufferSlot& /*slot*/) override { return 0; }
+};
+
+// What is between reader and writer.
+enum class Between { kNothing, kIdleStages, kStages };
+
 struct Cores {
   int copying = kAnyCore;  // where reader and writer run
   int stages = kAnyCore;   // where the stages between them run, if any
@@ -84,7 +96,7 @@ struct Times {
   double busy;   // processor seconds of the busier one of the two groups
 };
 
-Times copyOnce(bool withStages, Cores cores) {
+Times copyOnce(Between stages, Cores cores) {
   PipelineGlobals globals;
   std::atomic<double> copying{0};
   std::atomic<double> between{0};
@@ -92,7 +104,11 @@ Times copyOnce(bool withStages, Cores cores) {
   auto reader = std::make_unique<Pinned<FileReaderModule>>(globals, cores.copying, copying);
   if (reader->getList() != 0) std::abort();
   modules.push_back(std::move(reader));
-  if (withStages) {
+  if (stages == Between::kIdleStages) {
+    for (int i = 0; i < 2; ++i) {
+      modules.push_back(std::make_unique<Pinned<IdleModule>>(globals, cores.stages, between));
+    }
+  } else if (stages == Between::kStages) {
     globals.sparseMode = 1;
     modules.push_back(std::make_unique<Pinned<modsum64ProcessModule>>(globals, cores.stages, between));
     modules.push_back(std::make_unique<Pinned<sparseProcessModule>>(globals, cores.stages, between));
@@ -115,14 +131,16 @@ Times copyOnce(bool withStages, Cores cores) {
   return {end - start, std::max(copying.load(), between.load())};
 }
 
-// Registers the copy with and without the stages, measured by `time`.
+constexpr std::pair<const char*, Between> kSides[] = {
+    {" without", Between::kNothing}, {" idle", Between::kIdleStages}, {" with", Between::kStages}};
+
+// Registers the copies to be compared, measured by `time`.
 void add(const std::string& name, const std::string& destination, Cores cores, double Times::*time) {
-  for (const bool withStages : {false, true}) {
-    const std::string side = withStages ? " with" : " without";
-    benchmark::RegisterBenchmark((name + side).c_str(), [=](benchmark::State& state) {
+  for (const auto& [side, stages] : kSides) {
+    benchmark::RegisterBenchmark((name + side).c_str(), [=, between = stages](benchmark::State& state) {
       for (auto _ : state) {
         std::filesystem::remove_all(destination);
-        state.SetIterationTime(copyOnce(withStages, cores).*time);
+        state.SetIterationTime(copyOnce(between, cores).*time);
       }
       state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kFileSize));
     })->UseManualTime();
@@ -163,12 +181,13 @@ int main(int argc, char** argv) {
   add(names[1], destination, two, &Times::clock);
   add(names[2], destination, {}, &Times::clock);
   auto speeds = bench::bestSpeeds(argc, argv);
-  std::printf("%zu cores\n", available.size());
+  std::printf("%zu cores; MB/s, and time ratios to the copy without stages\n", available.size());
   for (const std::string& name : names) {
     const double without = speeds[name + " without"];
+    const double idle = speeds[name + " idle"];
     const double with = speeds[name + " with"];
-    std::printf("%-58s %5.0f MB/s without, %5.0f MB/s with, time ratio %.2f\n", name.c_str(), without / 1e6,
-                with / 1e6, without / with);
+    std::printf("%-58s without %4.0f, idle stages %4.0f (%.2f), stages %4.0f (%.2f)\n", name.c_str(),
+                without / 1e6, idle / 1e6, without / idle, with / 1e6, without / with);
   }
   std::filesystem::remove_all(dir);
 }
