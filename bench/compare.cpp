@@ -117,7 +117,7 @@ bool compare(const Work& work, const Place& place, bool attributes, const std::s
     return true;
   }
   std::vector<Column> columns;
-  for (const Peer& peer : peersFor(work, program, attributes)) columns.push_back({.peer = peer});
+  for (const Peer& peer : peersFor(work, program, attributes)) columns.emplace_back().peer = peer;
   std::vector<double> limits;
   for (int round = 0; round < rounds; ++round) {
     for (Column& column : columns) {
