@@ -122,7 +122,8 @@ TEST_F(AuditTest, figuresOfLists) {
 }
 
 TEST_F(AuditTest, blockSizeThatIsNoneIsRefused) {
-  for (const char* value : {"0", "-524288", "", "abc", "x1", "2147483648", "18446744073709551617"}) {
+  for (const char* value :
+       {"0", "-524288", "", "abc", "x1", "2147483648", "4294967297", "18446744073709551617"}) {
     setBlockSize(value);
     EXPECT_EQ(report({{"a", 10, 'b', 0}}), 1) << value;
     EXPECT_EQ(log_.count(msg::kAuditBadBlockSize, value, dir_.path()), 1) << value;
