@@ -46,7 +46,8 @@ struct Column {
 };
 
 std::vector<Peer> peersFor(const Work& work, const std::string& program, bool attributes) {
-  const std::string mode = work.sparse ? " -sparse" : "";
+  // Holes of the size in which the work has data.
+  const std::string mode = work.sparse ? " -sparse -buffer-size=64KB" : "";
   std::vector<Peer> peers = {
       {"tamrix",
        program +
