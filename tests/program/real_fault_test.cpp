@@ -82,7 +82,9 @@ TEST(ChangedSource, betweenListingAndReading) {
     const std::string first = scene.addSource("1", "as listed");
     scene.addSource("2", "new");
     scene.addDestination("2");
-    RunningProgram program(scene.args({"-interactive"}));
+    RunningProgram program(
+        scene.batch({{first, scene.destination("1")}, {scene.source("2"), scene.destination("2")}},
+                    "<interactive>enable</interactive>"));
     ASSERT_TRUE(program.waitForText("(y/n/a) "));
     row.change(first);
     program.send("y\n");
