@@ -54,6 +54,41 @@ TEST_F(ListingTest, trailingSlashesOfTheSourcePathKeepTheRelativeLayout) {
   }
 }
 
+TEST_F(ListingTest, aPathOf1024CharactersIsTakenAndALongerOneEndsTheRun) {
+  const std::string source = dir_.file("f", "x");
+  for (const std::size_t length : {1024U, 1025U}) {
+    const std::string padded = dir_.path() + std::string(length - dir_.path().size() - 1, '/') + "f";
+    for (const auto& pair :
+         {std::pair(padded, std::string("/o/x")), std::pair(source, "/" + padded.substr(1))}) {
+      if (pair.first == source && length == 1024) continue;  // the pair would be a file and itself
+      CopyList list(globals_);
+      EXPECT_EQ(build(list, {pair}), length == 1024 ? 0 : 1);
+      EXPECT_EQ(captured_.count(msg::kSpecListerPathTooLong, 1026), length == 1024 ? 0 : 1);
+    }
+  }
+}
+
+TEST_F(ListingTest, theVendorIsLookedForOnBothSidesUpToTheNearestExistingDirectory) {
+  properties_.set("ignore-vendor-check", "disable");
+  struct Row {
+    const char* sourceVendor;
+    const char* targetVendor;
+    int result;
+  };
+  for (const Row& row : std::vector<Row>{
+           {nullptr, nullptr, 1}, {"VOQ LTFS 2.4", nullptr, 0}, {nullptr, "VOQ", 0}, {"XVOQ", "VO", 1}}) {
+    const test::TempDir dir;
+    const std::string source = dir.file("in", "x");
+    dir.file("out/keep");
+    if (row.sourceVendor != nullptr) test::setXattr(source, "user.ltfs.softwareVendor", row.sourceVendor);
+    if (row.targetVendor != nullptr)
+      test::setXattr(dir / "out", "user.ltfs.softwareVendor", row.targetVendor);
+    CopyList list(globals_);
+    EXPECT_EQ(build(list, {{source, dir / "out/new/deeper/x"}}), row.result);
+    EXPECT_EQ(captured_.count(msg::kMainNoLtfsSide), row.result);
+  }
+}
+
 TEST_F(ListingTest, devicesAreListedInSilenceAndAStopCutsTheWalkShort) {
   dir_.file("regular");
   CharSpecialLister devices(globals_);
