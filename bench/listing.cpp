@@ -9,10 +9,7 @@
 // Ends with 0 when the targets are met, 1 when one is missed, 2 when something went wrong, 3 when DIRECTORY
 // takes no user attributes. DIRECTORY is left to the caller to remove.
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -33,7 +30,11 @@
 #include <thread>
 #include <vector>
 
+#include "bench/child_run.h"
+
 namespace {
+
+using tamrix::bench::ChildRun;
 
 constexpr int kFilesPerDirectory = 1000;
 constexpr int kFileSize = 3;  // bytes; the run's total tells that every file was listed
@@ -115,70 +116,34 @@ void writeBatchFile(const std::string& path, const std::string& tree, const std:
   if (!batch.flush()) fail(path);
 }
 
-struct Run {
-  double wall = 0;   // seconds
-  double cpu = 0;    // seconds, user and system
-  double peak = 0;   // bytes resident
-  std::string text;  // its log
-};
-
-double seconds(const timeval& time) {
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-Run runProgram(const std::string& program, std::vector<std::string> arguments, const std::string& log) {
-  arguments.insert(arguments.begin(), program);
-  std::vector<char*> argv;
-  for (std::string& argument : arguments) argv.push_back(argument.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  pid_t child = 0;
-  const auto begun = std::chrono::steady_clock::now();
-  errno = posix_spawn(&child, program.c_str(), &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (errno != 0) fail(program);
-  int status = 0;
-  rusage usage{};
-  if (wait4(child, &status, 0, &usage) != child) fail("wait4");
-  const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - begun;
-
-  std::ifstream file(log);
-  return {wall.count(), seconds(usage.ru_utime) + seconds(usage.ru_stime),
-          static_cast<double>(usage.ru_maxrss) * 1024,
-          std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>())};
-}
-
 // One thing to list, and the runs that listed it.
 struct Case {
   std::string name;
   int files;
   std::vector<std::string> arguments;
-  std::vector<Run> runs;
+  std::vector<ChildRun> runs;
 
-  double median(const std::function<double(const Run&)>& figure) const {
+  double median(const std::function<double(const ChildRun&)>& figure) const {
     std::vector<double> figures;
     std::transform(runs.begin(), runs.end(), std::back_inserter(figures), figure);
-    std::sort(figures.begin(), figures.end());
-    return figures[figures.size() / 2];
+    return tamrix::bench::median(figures);
   }
   double wall() const {
-    return median([](const Run& run) { return run.wall; });
+    return median([](const ChildRun& run) { return run.wall; });
   }
   double cpu() const {
-    return median([](const Run& run) { return run.cpu; });
+    return median([](const ChildRun& run) { return run.cpu; });
   }
   double bytesPerFile(double emptyPeak) const {
-    return (median([](const Run& run) { return run.peak; }) - emptyPeak) / files;
+    return (median([](const ChildRun& run) { return run.peak; }) - emptyPeak) / files;
   }
 };
 
 void listOnce(const std::string& program, const std::string& work, Case& listed) {
   std::vector<std::string> arguments = listed.arguments;
   arguments.insert(arguments.end(), {"-buffer-size=0", "-loglevel=PROGRESS"});
-  Run run = runProgram(program, arguments, work + "/log");
+  arguments.insert(arguments.begin(), program);
+  ChildRun run = tamrix::bench::runChild(arguments, work + "/log");
   const std::string total =
       "Total " + std::to_string(static_cast<long long>(listed.files) * kFileSize) + " bytes to transfer";
   if (listed.files > 0 && run.text.find(total) == std::string::npos) {
@@ -200,8 +165,10 @@ bool judge(const Case& smaller, const Case& larger, double emptyPeak) {
   const double bytes = larger.bytesPerFile(emptyPeak);
   const bool met = ratio <= kTargetTimeRatio && bytes <= kTargetBytesPerFile;
   std::printf(
-      "%-6s time %5.2f-fold for ten times the files (at most %.0f), %4.0f bytes a file (at most %.0f): %s\n",
-      larger.name.c_str(), ratio, kTargetTimeRatio, bytes, kTargetBytesPerFile, met ? "met" : "MISSED");
+      "%-6s ten times the files: %5.2f times the time (at most %.0f; of cpu time %.2f), "
+      "%.0f bytes a file (at most %.0f): %s\n",
+      larger.name.c_str(), ratio, kTargetTimeRatio, larger.cpu() / smaller.cpu(), bytes, kTargetBytesPerFile,
+      met ? "met" : "MISSED");
   return met;
 }
 
@@ -230,7 +197,7 @@ int measure(const std::string& program, const std::string& work, int rounds) {
     for (Case& listed : cases) listOnce(program, work, listed);
   }
 
-  const double emptyPeak = cases[0].median([](const Run& run) { return run.peak; });
+  const double emptyPeak = cases[0].median([](const ChildRun& run) { return run.peak; });
   std::printf(
       "Listing, median of %d rounds; memory is the peak beyond that of an empty listing (%.1f MiB)\n\n",
       rounds, emptyPeak / 1048576);

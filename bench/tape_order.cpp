@@ -10,9 +10,7 @@
 // Ends with 0 when all was compared, 2 when something went wrong, 3 when DIRECTORY takes no user attributes.
 // DIRECTORY is left to the caller to remove.
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -31,6 +29,7 @@
 #include <system_error>
 #include <vector>
 
+#include "bench/child_run.h"
 #include "bench/read_order.h"
 #include "bench/tape_drive.h"
 
@@ -119,28 +118,12 @@ bool makeFile(const std::string& path, std::int64_t block, std::int64_t bytes) {
   return taken;
 }
 
-void runProgram(std::vector<std::string> words, const std::string& log) {
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  pid_t child = 0;
-  errno = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (errno != 0) fail(argv[0]);
-  int status = 0;
-  if (waitpid(child, &status, 0) != child) fail("waitpid");
-}
-
 // The order in which the program means to copy the files of `directory`.
 Order programOrder(const std::string& program, const std::string& directory, std::size_t count) {
   const std::string log = directory + ".log";
-  runProgram({program, "-srcpath=" + directory, "-srcspec=*", "-dstpath=" + directory + ".copy",
-              "-buffer-size=0", "-loglevel=DEBUG"},
-             log);
+  tamrix::bench::runChild({program, "-srcpath=" + directory, "-srcspec=*", "-dstpath=" + directory + ".copy",
+                           "-buffer-size=0", "-loglevel=DEBUG"},
+                          log);
   Order order;
   std::ifstream in(log);
   for (std::string line; std::getline(in, line);) {

@@ -10,7 +10,7 @@
 #include "pipeline/module_manager.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
-#include "tests/support/test_properties.h"
+#include "tests/support/wide_properties.h"
 
 namespace {
 
@@ -34,10 +34,13 @@ long allocationsOfACopy(int buffers) {
   const test::CapturedLog captured(kInfo);
   const test::TempDir dir;
   dir.file("in/f", std::string(static_cast<std::size_t>(buffers) * 64, 'x'));
-  const test::TestProperties properties{{"srcpath", dir / "in"},      {"srcspec", "f"},
-                                        {"dstpath", dir / "out"},     {"ignore-vendor-check", "enable"},
-                                        {"sparse", "enable"},         {"buffer-size", "64"},
-                                        {"total-buffer-size", "1024"}};
+  const test::WideProperties properties({{"srcpath", dir / "in"},
+                                         {"srcspec", "f"},
+                                         {"dstpath", dir / "out"},
+                                         {"ignore-vendor-check", "enable"},
+                                         {"sparse", "enable"},
+                                         {"buffer-size", "64"},
+                                         {"total-buffer-size", "1024"}});
   PipelineGlobals globals;
   ModuleManager manager;
   manager.setGlobals(&globals);

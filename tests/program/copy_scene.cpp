@@ -1,18 +1,14 @@
 #include "tests/program/copy_scene.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
 namespace tamrix::test {
 
-CopyScene::CopyScene(const std::filesystem::path& parent) : dir_(parent) {
+CopyScene::CopyScene() {
   for (const char* name : {"source", "target"}) std::filesystem::create_directory(dir_ / name);
 }
 
-std::string CopyScene::addLargeSource(std::string_view name, long long size) const {
+std::string CopyScene::addEndlessSource(std::string_view name) const {
   std::string path = addSource(name);
-  std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size));
+  std::filesystem::resize_file(path, 1ULL << 33);
   return path;
 }
 
@@ -24,23 +20,22 @@ std::vector<std::string> CopyScene::args(const std::vector<std::string>& more) c
 }
 
 std::vector<std::string> CopyScene::batch(const Pairs& pairs, const std::string& params) const {
-  const auto directory = [](const std::string& path) { return path.substr(0, path.rfind('/')); };
-  const auto base = [](const std::string& path) { return path.substr(path.rfind('/') + 1); };
   std::string xml = "<tamrixspec version=\"1.0\"><params>" + params + "</params><data>\n";
   for (const auto& [from, to] : pairs) {
-    const bool wildcard = base(from).find('*') != std::string::npos;
-    const std::string name = wildcard ? "<srcspec>" + base(from) + "</srcspec>"
-                                      : "<sf rename=\"" + base(to) + "\">" + base(from) + "</sf>";
-    xml += "<file><srcpath>" + directory(from) + "</srcpath><dstpath>" + directory(to) + "</dstpath>" + name +
-           "</file>\n";
+    const std::size_t fromBase = from.rfind('/');
+    const std::size_t toBase = to.rfind('/');
+    xml += "<file><srcpath>" + from.substr(0, fromBase) + "</srcpath><dstpath>" + to.substr(0, toBase) +
+           "</dstpath><sf rename=\"" + to.substr(toBase + 1) + "\">" + from.substr(fromBase + 1) +
+           "</sf></file>\n";
   }
   return {"-batchfile=" + dir_.file("batch.xml", xml + "</data></tamrixspec>\n"), "-ignore-vendor-check"};
 }
 
-std::map<std::string, std::string> CopyScene::copied() const {
-  std::map<std::string, std::string> found;
+Contents CopyScene::copied() const {
+  Contents found;
   const std::filesystem::path root = dir_ / "target";
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+  std::error_code notThere;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(root, notThere)) {
     const std::string name = entry.path().string().substr(root.string().size() + 1);
     found[name] = entry.is_directory()      ? "<dir>"
                   : entry.is_regular_file() ? readFile(entry.path())

@@ -1,6 +1,8 @@
 // What a test of the program copies: a source and a destination directory, and a batch file.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
@@ -8,15 +10,20 @@
 #include <utility>
 #include <vector>
 
+#include "log/message_ids.h"
 #include "tests/support/program_run.h"
 #include "tests/support/temp_dir.h"
 
-namespace tamrix::test {
+namespace tamrix {
+
+namespace test {
+
+// Files by path below a directory; directories are "<dir>".
+using Contents = std::map<std::string, std::string>;
 
 class CopyScene {
  public:
-  // Below `parent`, with both directories made.
-  explicit CopyScene(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
+  CopyScene();
 
   const TempDir& dir() const { return dir_; }
   std::string source(std::string_view name) const { return dir_ / ("source/" + std::string(name)); }
@@ -27,8 +34,8 @@ class CopyScene {
   std::string addDestination(std::string_view name, std::string_view content = "old") const {
     return dir_.file("target/" + std::string(name), content);
   }
-  // A sparse source of `size` bytes.
-  std::string addLargeSource(std::string_view name, long long size) const;
+  // A source that no test's patience lasts for: sparse.
+  std::string addEndlessSource(std::string_view name) const;
 
   // Copies every file of the source directory, then whatever `more` says.
   std::vector<std::string> args(const std::vector<std::string>& more = {}) const;
@@ -36,20 +43,29 @@ class CopyScene {
     return runProgram(args(more), options);
   }
 
-  // Writes a batch file with these parameters and absolute source and destination paths (of a source
-  // with a wildcard in its name, the destination's name says nothing); returns the options
+  // Writes a batch file with these parameters and absolute source and destination paths; returns the options
   // to copy what it says.
   using Pairs = std::vector<std::pair<std::string, std::string>>;
   std::vector<std::string> batch(const Pairs& pairs, const std::string& params = "") const;
-  ProgramRun copyBatch(const Pairs& pairs, const ProgramOptions& options = {}) const {
-    return runProgram(batch(pairs), options);
-  }
+  ProgramRun copyBatch(const Pairs& pairs) const { return runProgram(batch(pairs)); }
 
-  // The content of every file below the destination directory, by path below it; directories are "<dir>".
-  std::map<std::string, std::string> copied() const;
+  // What lies below the destination directory.
+  Contents copied() const;
+  void removeCopies() const { std::filesystem::remove_all(dir_ / "target"); }
 
  private:
   TempDir dir_;
 };
 
-}  // namespace tamrix::test
+}  // namespace test
+
+// What every test of the program uses.
+using test::Contents;
+using test::CopyScene;
+using test::ProgramOptions;
+using test::ProgramRun;
+using test::RunningProgram;
+using test::runProgram;
+using test::text;
+
+}  // namespace tamrix

@@ -2,29 +2,14 @@
 // absent or complete, and status and messages say which.
 //
 // The faults come from a preloaded shared object (tests/support/fault_shim.cpp).
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <filesystem>
-#include <map>
-#include <string>
 #include <tuple>
-#include <vector>
 
-#include "log/message_ids.h"
 #include "tests/program/copy_scene.h"
 
 namespace tamrix {
 namespace {
-
-using test::CopyScene;
-using test::ProgramRun;
-using test::text;
-
-using Contents = std::map<std::string, std::string>;
 
 struct Call {
   const char* name;
@@ -32,10 +17,6 @@ struct Call {
   int value;
   int step = 1;  // how many calls lie between those that are made to fail
 };
-
-std::ostream& operator<<(std::ostream& stream, const Call& call) {
-  return stream << call.name << ' ' << call.action << ' ' << call.value;
-}
 
 enum class From { kSearchExpression, kBatchFile };
 
@@ -52,26 +33,22 @@ class FaultScene {
     // One destination exists, and a file that is no business of the run lies beside it.
     scene_.addDestination("small", kOld);
     scene_.addDestination("bystander", kOld);
-    if (from == From::kBatchFile) {
-      CopyScene::Pairs pairs;
-      for (const auto& [name, content] : sources_)
-        pairs.emplace_back(scene_.source(name), scene_.destination(name));
-      args_ = scene_.batch(pairs);
-    } else {
-      args_ = scene_.args({"-recursive"});
-    }
+    CopyScene::Pairs pairs;
+    for (const auto& [name, content] : sources_)
+      pairs.emplace_back(scene_.source(name), scene_.destination(name));
+    args_ = from == From::kBatchFile ? scene_.batch(pairs) : scene_.args({"-recursive"});
     args_.insert(args_.end(), {"-loglevel=PROGRESS", "-buffer-size=4KB", "-total-buffer-size=1MB"});
   }
 
   // Runs with the n-th such call failing.
-  ProgramRun run(const Call& call, int n, bool sparse) {
+  ProgramRun run(const Call& call, int n, bool sparse) const {
     std::vector<std::string> args = args_;
     if (sparse) args.emplace_back("-sparse");
     const std::string fault = std::string(call.name) + " " + std::to_string(n) + " " + call.action + " " +
                               std::to_string(call.value) + " " + scene_.dir().path();
-    return test::runProgram(args, {.environment = {{"LD_PRELOAD", TAMRIX_FAULT_SHIM},
-                                                   {"TAMRIX_FAULT", fault},
-                                                   {"TAMRIX_FAULT_LOG", scene_.dir() / "fired"}}});
+    return runProgram(args, {.environment = {{"LD_PRELOAD", TAMRIX_FAULT_SHIM},
+                                             {"TAMRIX_FAULT", fault},
+                                             {"TAMRIX_FAULT_LOG", scene_.dir() / "fired"}}});
   }
 
   bool fired() const { return std::filesystem::exists(scene_.dir() / "fired"); }
@@ -100,10 +77,10 @@ class FaultScene {
  private:
   // Without its texts, the program has no word to say.
   static bool saysWhy(const ProgramRun& run) {
-    if (run.out.empty() && run.err.empty()) return true;
     const std::string all = run.out + run.err;
-    return std::any_of(kFailureWords.begin(), kFailureWords.end(),
-                       [&](const char* word) { return all.find(word) != std::string::npos; });
+    const auto words = {"ERROR", "requires", "Failed to", "Unable to"};
+    return all.empty() || std::any_of(words.begin(), words.end(),
+                                      [&](const char* word) { return all.find(word) != std::string::npos; });
   }
 
   void checkStatusLine(const ProgramRun& run, const std::string& name, bool copied, bool absent) const {
@@ -119,7 +96,6 @@ class FaultScene {
     }
   }
 
-  static constexpr std::array kFailureWords = {"ERROR", "requires", "Failed to", "Unable to"};
   static constexpr const char* kOld = "what was there before";
   CopyScene scene_;
   Contents sources_;

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -12,94 +11,41 @@
 #include "reader/spec_file_lister.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
-#include "tests/support/test_properties.h"
+#include "tests/support/wide_properties.h"
 
 namespace tamrix {
 namespace {
 
-using test::CapturedLog;
-using test::TempDir;
-using test::TestProperties;
+using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 class ListingTest : public testing::Test {
  protected:
-  // A batch file with the pairs, each "directory/name".
-  std::string batchFile(const std::vector<std::pair<std::string, std::string>>& pairs) {
+  // Makes a list of the pairs, each "directory/name".
+  int build(CopyList& list, const Pairs& pairs) {
     std::string text = "<tamrixspec version=\"1.0\"><data>";
     for (const auto& [source, destination] : pairs) {
-      const auto cut = [](const std::string& path) {
-        const std::size_t slash = path.rfind('/');
-        return std::pair(path.substr(0, slash), path.substr(slash + 1));
-      };
-      text += "<file><srcpath>" + cut(source).first + "</srcpath><dstpath>" + cut(destination).first +
-              "</dstpath><sf rename=\"" + cut(destination).second + "\">" + cut(source).second +
+      const std::size_t from = source.rfind('/');
+      const std::size_t to = destination.rfind('/');
+      text += "<file><srcpath>" + source.substr(0, from) + "</srcpath><dstpath>" + destination.substr(0, to) +
+              "</dstpath><sf rename=\"" + destination.substr(to + 1) + "\">" + source.substr(from + 1) +
               "</sf></file>";
     }
-    return dir_.file("batch.xml", text + "</data></tamrixspec>");
-  }
-
-  int build(CopyList& list) {
+    properties_.set("batchfile", dir_.file("batch.xml", text + "</data></tamrixspec>"));
     captured_.clear();
     return list.build();
   }
 
-  // The base names in the order of the list.
-  static std::vector<std::string> names(const CopyList& list) {
-    std::vector<std::string> found;
-    for (const Extent* extent : list.extents()) found.emplace_back(extent->file->fileName);
-    return found;
-  }
-
-  CapturedLog captured_;
-  TempDir dir_;
-  TestProperties properties_{{"ignore-vendor-check", "enable"}};
+  test::CapturedLog captured_;
+  test::TempDir dir_;
+  test::WideProperties properties_{{{"ignore-vendor-check", "enable"}, {"recursive", "enable"}}};
   PipelineGlobals globals_;
 };
-
-TEST_F(ListingTest, aPathOf1024CharactersIsAcceptedAndOneOf1025EndsTheRun) {
-  for (const std::size_t length : {1024U, 1025U}) {
-    std::string directory = dir_.path() + "/long";
-    while (directory.size() + 101 < length - 1) directory += "/" + std::string(99, 'd');
-    const std::string name(length - directory.size() - 1, 'f');
-    dir_.file(directory.substr(dir_.path().size() + 1) + "/" + name);
-    properties_.set("srcpath", directory);
-    properties_.set("srcspec", name);
-    properties_.set("dstpath", "/o");
-    SpecFileLister lister(globals_);
-    ASSERT_EQ(lister.init(), 0);
-    captured_.clear();
-    EXPECT_EQ(lister.getNextFile(), length == 1024 ? 0 : -1);
-    EXPECT_EQ(captured_.count(msg::kSpecListerPathTooLong, 1026), length == 1024 ? 0 : 1);
-    if (length == 1024) {
-      EXPECT_EQ(lister.srcFile(), directory + "/" + name);
-      EXPECT_EQ(lister.dstFile(), "/o/" + name);
-      EXPECT_EQ(lister.getNextFile(), 1);
-    }
-  }
-}
-
-TEST_F(ListingTest, aDestinationOrBatchPathThatIsTooLongEndsTheRunToo) {
-  const std::string source = dir_.file("f", "x");
-  properties_.set("srcpath", dir_.path());
-  properties_.set("srcspec", "f");
-  properties_.set("dstpath", "/" + std::string(1023, 'd'));
-  CopyList fromSpec(globals_);
-  EXPECT_EQ(build(fromSpec), 1);
-  EXPECT_EQ(captured_.count(msg::kSpecListerPathTooLong, 1027), 1);
-
-  properties_.set("srcspec", "");
-  properties_.set("batchfile", batchFile({{source, "/o/x"}, {"/" + std::string(1024, 's') + "/f", "/o/y"}}));
-  CopyList fromBatch(globals_);
-  EXPECT_EQ(build(fromBatch), 1);
-  EXPECT_EQ(captured_.count(msg::kSpecListerPathTooLong, 1028), 1);
-}
 
 TEST_F(ListingTest, trailingSlashesOfTheSourcePathKeepTheRelativeLayout) {
   dir_.file("tree/sub/x.dat");
   for (const char* slashes : {"", "/", "//"}) {
     properties_.set("srcpath", dir_ / "tree" + slashes);
     properties_.set("srcspec", "*.dat");
-    properties_.set("recursive", "enable");
     properties_.set("dstpath", "/o");
     SpecFileLister lister(globals_);
     ASSERT_EQ(lister.init(), 0);
@@ -108,158 +54,113 @@ TEST_F(ListingTest, trailingSlashesOfTheSourcePathKeepTheRelativeLayout) {
   }
 }
 
-TEST_F(ListingTest, theDeviceListerListsDevicesOnlyAndSkipsUnopenedDirectoriesInSilence) {
-  CharSpecialLister lister(globals_);
-  PathList found;
-  lister.dirInfo(found, "/dev", "null");
-  lister.dirInfoRecursive(found, dir_ / "missing", FileLister::kAnyName);
+TEST_F(ListingTest, aPathOf1024CharactersIsTakenAndALongerOneEndsTheRun) {
+  const std::string source = dir_.file("f", "x");
+  for (const std::size_t length : {1024U, 1025U}) {
+    const std::string padded = dir_.path() + std::string(length - dir_.path().size() - 1, '/') + "f";
+    for (const auto& pair :
+         {std::pair(padded, std::string("/o/x")), std::pair(source, "/" + padded.substr(1))}) {
+      if (pair.first == source && length == 1024) continue;  // the pair would be a file and itself
+      CopyList list(globals_);
+      EXPECT_EQ(build(list, {pair}), length == 1024 ? 0 : 1);
+      EXPECT_EQ(captured_.count(msg::kSpecListerPathTooLong, 1026), length == 1024 ? 0 : 1);
+    }
+  }
+}
+
+TEST_F(ListingTest, theVendorIsLookedForOnBothSidesUpToTheNearestExistingDirectory) {
+  properties_.set("ignore-vendor-check", "disable");
+  struct Row {
+    const char* sourceVendor;
+    const char* targetVendor;
+    int result;
+  };
+  for (const Row& row : std::vector<Row>{
+           {nullptr, nullptr, 1}, {"VOQ LTFS 2.4", nullptr, 0}, {nullptr, "VOQ", 0}, {"XVOQ", "VO", 1}}) {
+    const test::TempDir dir;
+    const std::string source = dir.file("in", "x");
+    dir.file("out/keep");
+    if (row.sourceVendor != nullptr) test::setXattr(source, "user.ltfs.softwareVendor", row.sourceVendor);
+    if (row.targetVendor != nullptr)
+      test::setXattr(dir / "out", "user.ltfs.softwareVendor", row.targetVendor);
+    CopyList list(globals_);
+    EXPECT_EQ(build(list, {{source, dir / "out/new/deeper/x"}}), row.result);
+    EXPECT_EQ(captured_.count(msg::kMainNoLtfsSide), row.result);
+  }
+}
+
+TEST_F(ListingTest, devicesAreListedInSilenceAndAStopCutsTheWalkShort) {
   dir_.file("regular");
-  lister.dirInfoRecursive(found, dir_.path(), FileLister::kAnyName);
+  CharSpecialLister devices(globals_);
+  PathList found;
+  devices.dirInfo(found, "/dev", "null");
+  devices.dirInfoRecursive(found, dir_ / "missing", FileLister::kAnyName);
+  devices.dirInfoRecursive(found, dir_.path(), FileLister::kAnyName);
   EXPECT_EQ(found, PathList{"/dev/null"});
   EXPECT_EQ(captured_.outputText(), "");
-}
-
-TEST_F(ListingTest, aStopCutsTheWalkShort) {
-  dir_.file("tree/a");
   globals_.stopPipeline();
-  FileLister lister(globals_);
-  PathList found;
-  lister.dirInfoRecursive(found, dir_ / "tree", FileLister::kAnyName);
-  EXPECT_TRUE(found.empty());
-  CopyList list(globals_);
-  properties_.set("srcpath", dir_ / "tree");
-  properties_.set("srcspec", "*");
-  EXPECT_EQ(build(list), 1);
+  FileLister(globals_).dirInfoRecursive(found, dir_.path(), FileLister::kAnyName);
+  EXPECT_EQ(found.size(), 1U);
 }
 
-TEST_F(ListingTest, emptyFilesWithoutAPositionGoWithThePositionReadBeforeThem) {
-  const std::string first = dir_.tapeFile("first", "1", "u", 'b', 700);
-  const std::string empty = dir_.file("empty");
-  const std::string second = dir_.tapeFile("second", "2", "u", 'b', 900);
-  const std::string plain = dir_.file("plain", "p");
-  properties_.set("batchfile",
-                  batchFile({{second, "/o/1"}, {first, "/o/2"}, {empty, "/o/3"}, {plain, "/o/4"}}));
-  CopyList list(globals_);
-  ASSERT_EQ(build(list), 0);
-  EXPECT_EQ(names(list), (std::vector<std::string>{"plain", "first", "empty", "second"}));
-  EXPECT_EQ(captured_.count(msg::kListNoPosition, "empty"), 1);
-  EXPECT_EQ(captured_.count(msg::kListNoPosition, "plain"), 1);
-  EXPECT_EQ(list.extents().front()->partition, '?');
-  EXPECT_EQ(list.extents().front()->startBlock, 3);
-  EXPECT_EQ(list.extents()[2]->startBlock, 700);
-  EXPECT_EQ(globals_.totalBytes, 3);
-}
-
-TEST_F(ListingTest, oddPositionsCountAsDescribed) {
-  const std::string word = dir_.tapeFile("word", "x", std::string(50, 'u'), 'b', 0);
+TEST_F(ListingTest, positionsAreReadAndEmptyFilesGoWithTheOneBeforeThem) {
+  const std::string word = dir_.tapeFile("word", "1", std::string(50, 'u'), 'b', 0);
   test::setXattr(word, "user.ltfs.startblock", "abc");
+  const std::string empty = dir_.file("empty");
+  const std::string last = dir_.tapeFile("last", "2", "v", 'b', 900);
   const std::string bare = dir_.file("bare", "x");
   test::setXattr(bare, "user.ltfs.startblock", "-12 blocks");
   test::setXattr(bare, "user.ltfs.volume_uuid", "other-spelling");
-  properties_.set("batchfile", batchFile({{word, "/o/1"}, {bare, "/o/2"}}));
+  const std::string plain = dir_.file("plain", "p");
   CopyList list(globals_);
-  ASSERT_EQ(build(list), 0);
-  const Extent& other = *list.extents()[0];
-  EXPECT_STREQ(other.volumeUuid.data(), "other-spelling");
-  EXPECT_EQ(other.partition, 0);
-  EXPECT_EQ(other.startBlock, -12);
-  const Extent& cut = *list.extents()[1];
-  EXPECT_EQ(std::string(cut.volumeUuid.data()), std::string(36, 'u'));
-  EXPECT_EQ(cut.startBlock, 0);
+  ASSERT_EQ(build(list, {{last, "/o/1"}, {word, "/o/2"}, {empty, "/o/3"}, {bare, "/o/4"}, {plain, "/o/5"}}),
+            0);
+  std::vector<std::string> found;
+  for (const Extent* extent : list.extents()) {
+    found.push_back(std::string(extent->file->fileName) + " " + extent->volumeUuid.data() + " " +
+                    std::to_string(extent->partition) + " " + std::to_string(extent->startBlock));
+  }
+  const std::string cut(36, 'u');
+  EXPECT_EQ(found,
+            (std::vector<std::string>{"plain  63 4", "bare other-spelling 0 -12", "word " + cut + " 98 0",
+                                      "empty " + cut + " 98 0", "last v 98 900"}));
+  EXPECT_EQ(captured_.count(msg::kListNoPosition, "empty"), 1);
+  EXPECT_EQ(captured_.count(msg::kListNoPosition, "plain"), 1);
+  EXPECT_EQ(globals_.totalBytes, 4);
 }
 
 TEST_F(ListingTest, clashesNameTheFirstEarlierPairTheyMeet) {
   const std::string a = dir_.file("a", "a");
   const std::string b = dir_.file("b", "b");
   const std::string c = dir_ / "c";
-  const std::string new1 = dir_ / "out/1";
-  const std::string alsoNew1 = dir_.path() + "/./out//1";
-  symlink(dir_.path().c_str(), (dir_ / "alias").c_str());
-  const std::string aliasNew1 = dir_ / "alias/out/1";
+  const std::string made = dir_ / "out/1";
+  const std::string spelled = dir_.path() + "/./out//1";
   const std::string hardB = dir_ / "hardB";
   ASSERT_EQ(link(b.c_str(), hardB.c_str()), 0);
-  using Pairs = std::vector<std::pair<std::string, std::string>>;
   struct Row {
-    const char* what;
     Pairs pairs;
     int result;
     std::size_t listed;
     std::string message;
   };
-  Logger& log = captured_.logger();
-  for (const Row& row : std::vector<Row>{
-           {"A to B, B to C", {{a, b}, {b, c}}, 1, 1, log.format(msg::kListConflictChain, a, b, c)},
-           {"B to C, A to B", {{b, c}, {a, b}}, 1, 1, log.format(msg::kListConflictChain, a, b, c)},
-           {"B to C, A to B by a hard link",
-            {{b, c}, {a, hardB}},
-            1,
-            1,
-            log.format(msg::kListConflictChain, a, hardB, c)},
-           {"both to C", {{a, c}, {b, c}}, 1, 1, log.format(msg::kListConflictSameDestination, a, b, c)},
-           {"both to a new file, by spelling",
-            {{a, new1}, {b, alsoNew1}},
-            1,
-            1,
-            log.format(msg::kListConflictSameDestination, a, b, alsoNew1)},
-           {"both to a new file, by a linked directory",
-            {{a, new1}, {b, aliasNew1}},
-            1,
-            1,
-            log.format(msg::kListConflictSameDestination, a, b, aliasNew1)},
-           {"missing source that an earlier pair makes",
-            {{a, new1}, {new1, c}},
-            1,
-            1,
-            log.format(msg::kListConflictChain, a, new1, c)},
-           {"the same pair twice", {{a, new1}, {a, new1}}, 0, 1, log.format(msg::kListDuplicate, a, new1)},
-           {"the same pair, other spelling",
-            {{a, new1}, {a, alsoNew1}},
-            0,
-            1,
-            log.format(msg::kListDuplicate, a, alsoNew1)},
-           {"one source, two destinations", {{a, new1}, {a, c}}, 0, 2, log.format(msg::kListFilesFound, 2)},
-           {"onto itself",
-            {{a, dir_ / "alias/a"}, {b, c}},
-            0,
-            1,
-            log.format(msg::kListSameFile, a, dir_ / "alias/a")},
-           {"the first of two clashes",
-            {{a, new1}, {b, c}, {hardB, a}},
-            1,
-            2,
-            log.format(msg::kListConflictChain, hardB, a, new1)},
-       }) {
-    properties_.set("batchfile", batchFile(row.pairs));
-    CopyList list(globals_);
-    EXPECT_EQ(build(list), row.result) << row.what;
-    EXPECT_EQ(list.extents().size(), row.listed) << row.what;
-    EXPECT_NE(captured_.logText().find(row.message + "\n"), std::string::npos)
-        << row.what << ": " << row.message << "\n"
-        << captured_.logText();
-  }
-}
-
-TEST_F(ListingTest, theVendorIsLookedForOnBothSidesAndUpToTheNearestExistingDirectory) {
-  struct Row {
-    const char* what;
-    const char* sourceVendor;
-    const char* outVendor;
-    bool accepted;
+  const Logger& log = captured_.logger();
+  const auto chain = [&](auto... paths) { return log.format(msg::kListConflictChain, paths...); };
+  const Row rows[] = {
+      {{{b, c}, {a, hardB}}, 1, 1, chain(a, hardB, c)},
+      // A missing source that an earlier pair makes.
+      {{{a, made}, {made, c}}, 1, 1, chain(a, made, c)},
+      {{{a, made}, {b, spelled}}, 1, 1, log.format(msg::kListConflictSameDestination, a, b, spelled)},
+      {{{a, made}, {a, spelled}}, 0, 1, log.format(msg::kListDuplicate, a, spelled)},
+      {{{a, made}, {a, c}}, 0, 2, log.format(msg::kListFilesFound, 2)},
+      // The first of two clashes.
+      {{{a, made}, {b, c}, {hardB, a}}, 1, 2, chain(hardB, a, made)},
   };
-  for (const Row& row : std::vector<Row>{{"none", nullptr, nullptr, false},
-                                         {"source", "VOQ LTFS 2.4", nullptr, true},
-                                         {"destination", nullptr, "VOQ", true},
-                                         {"others'", "XVOQ", "VO", false}}) {
-    const TempDir dir;
-    const std::string source = dir.file("in/f", "x");
-    dir.file("out/keep");
-    if (row.sourceVendor != nullptr) test::setXattr(source, "user.ltfs.softwareVendor", row.sourceVendor);
-    if (row.outVendor != nullptr) test::setXattr(dir / "out", "user.ltfs.softwareVendor", row.outVendor);
-    const TestProperties properties{
-        {"srcpath", dir / "in"}, {"srcspec", "*"}, {"dstpath", dir / "out/new/deeper"}};
+  for (const Row& row : rows) {
     CopyList list(globals_);
-    EXPECT_EQ(build(list), row.accepted ? 0 : 1) << row.what;
-    EXPECT_EQ(captured_.count(msg::kMainNoLtfsSide), row.accepted ? 0 : 1) << row.what;
+    EXPECT_EQ(build(list, row.pairs), row.result) << row.message;
+    EXPECT_EQ(list.extents().size(), row.listed) << row.message;
+    EXPECT_NE(captured_.logText().find(row.message + "\n"), std::string::npos)
+        << row.message << captured_.logText();
   }
 }
 

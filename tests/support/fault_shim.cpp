@@ -99,9 +99,11 @@ ssize_t transferLength(const char* call, int fd, std::size_t length) {
   return static_cast<ssize_t>(length < limit ? length : limit);
 }
 
-template <class Function>
-Function* next(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+// Calls the function that this one stands in front of, unless it is the call to fail.
+template <class Result, class... Parameters>
+Result forward(bool fails, Result failure, const char* name, Parameters... parameters) {
+  if (fails) return failure;
+  return reinterpret_cast<Result (*)(Parameters...)>(dlsym(RTLD_NEXT, name))(parameters...);
 }
 
 }  // namespace
@@ -113,42 +115,35 @@ int open64(const char* path, int flags, ...) {
   va_start(args, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
   va_end(args);
-  static auto* const real = next<int(const char*, int, ...)>("open64");
-  return failsOn("open", path) ? -1 : real(path, flags, mode);
+  return forward(failsOn("open", path), -1, "open64", path, flags, mode);
 }
 
 DIR* opendir(const char* path) {
-  static auto* const real = next<DIR*(const char*)>("opendir");
-  return failsOn("open", path) ? nullptr : real(path);
+  return forward(failsOn("open", path), static_cast<DIR*>(nullptr), "opendir", path);
 }
 
 ssize_t read(int fd, void* buffer, std::size_t length) {
-  static auto* const real = next<ssize_t(int, void*, std::size_t)>("read");
   const ssize_t allowed = transferLength("read", fd, length);
-  return allowed < 0 ? -1 : real(fd, buffer, static_cast<std::size_t>(allowed));
+  return forward<ssize_t>(allowed < 0, -1, "read", fd, buffer, static_cast<std::size_t>(allowed));
 }
 
 ssize_t write(int fd, const void* buffer, std::size_t length) {
-  static auto* const real = next<ssize_t(int, const void*, std::size_t)>("write");
   const ssize_t allowed = transferLength("write", fd, length);
-  return allowed < 0 ? -1 : real(fd, buffer, static_cast<std::size_t>(allowed));
+  return forward<ssize_t>(allowed < 0, -1, "write", fd, buffer, static_cast<std::size_t>(allowed));
 }
 
 off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
-  static auto* const real = next<off64_t(int, off64_t, int)>("lseek64");
-  return failsOnFd("lseek", fd) ? -1 : real(fd, offset, whence);
+  return forward<off64_t>(failsOnFd("lseek", fd), -1, "lseek64", fd, offset, whence);
 }
 
 int ftruncate64(int fd, off64_t length) noexcept {
-  static auto* const real = next<int(int, off64_t)>("ftruncate64");
-  return failsOnFd("ftruncate", fd) ? -1 : real(fd, length);
+  return forward(failsOnFd("ftruncate", fd), -1, "ftruncate64", fd, length);
 }
 
 // Closes, then says that it failed: as the last write-back to a full file system does.
 int close(int fd) {
-  static auto* const real = next<int(int)>("close");
   const bool fails = failsOnFd("close", fd);
-  const int result = real(fd);
+  const int result = forward(false, -1, "close", fd);
   if (!fails) return result;
   errno = fault().value;
   return -1;
@@ -159,53 +154,44 @@ int fcntl64(int fd, int command, ...) {
   va_start(args, command);
   void* const argument = va_arg(args, void*);
   va_end(args);
-  static auto* const real = next<int(int, int, ...)>("fcntl64");
-  return failsOnFd("fcntl", fd) ? -1 : real(fd, command, argument);
+  return forward(failsOnFd("fcntl", fd), -1, "fcntl64", fd, command, argument);
 }
 
 int utimes(const char* path, const struct timeval times[2]) noexcept {
-  static auto* const real = next<int(const char*, const struct timeval*)>("utimes");
-  return failsOn("utimes", path) ? -1 : real(path, times);
+  return forward(failsOn("utimes", path), -1, "utimes", path, times);
 }
 
 int setxattr(const char* path, const char* name, const void* value, std::size_t size, int flags) noexcept {
-  static auto* const real = next<int(const char*, const char*, const void*, std::size_t, int)>("setxattr");
-  return failsOn("setxattr", path) ? -1 : real(path, name, value, size, flags);
+  return forward(failsOn("setxattr", path), -1, "setxattr", path, name, value, size, flags);
 }
 
 ssize_t getxattr(const char* path, const char* name, void* value, std::size_t size) noexcept {
-  static auto* const real = next<ssize_t(const char*, const char*, void*, std::size_t)>("getxattr");
-  return failsOn("getxattr", path) ? -1 : real(path, name, value, size);
+  return forward<ssize_t>(failsOn("getxattr", path), -1, "getxattr", path, name, value, size);
 }
 
 ssize_t listxattr(const char* path, char* list, std::size_t size) noexcept {
-  static auto* const real = next<ssize_t(const char*, char*, std::size_t)>("listxattr");
-  return failsOn("listxattr", path) ? -1 : real(path, list, size);
+  return forward<ssize_t>(failsOn("listxattr", path), -1, "listxattr", path, list, size);
 }
 
 int stat64(const char* path, struct stat64* status) noexcept {
-  static auto* const real = next<int(const char*, struct stat64*)>("stat64");
-  return failsOn("stat", path) ? -1 : real(path, status);
+  return forward(failsOn("stat", path), -1, "stat64", path, status);
 }
 
 int fstat64(int fd, struct stat64* status) noexcept {
-  static auto* const real = next<int(int, struct stat64*)>("fstat64");
-  return failsOnFd("stat", fd) ? -1 : real(fd, status);
+  return forward(failsOnFd("stat", fd), -1, "fstat64", fd, status);
 }
 
 int fstatat64(int fd, const char* path, struct stat64* status, int flags) noexcept {
-  static auto* const real = next<int(int, const char*, struct stat64*, int)>("fstatat64");
-  return failsOnFd("stat", fd) ? -1 : real(fd, path, status, flags);
+  return forward(failsOnFd("stat", fd), -1, "fstatat64", fd, path, status, flags);
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
-  static auto* const real = next<int(const char*, mode_t)>("mkdir");
-  return failsOn("mkdir", path) ? -1 : real(path, mode);
+  return forward(failsOn("mkdir", path), -1, "mkdir", path, mode);
 }
 
 struct dirent64* readdir64(DIR* directory) {
-  static auto* const real = next<struct dirent64*(DIR*)>("readdir64");
-  return failsOnFd("readdir", dirfd(directory)) ? nullptr : real(directory);
+  return forward(failsOnFd("readdir", dirfd(directory)), static_cast<struct dirent64*>(nullptr), "readdir64",
+                 directory);
 }
 
 void* malloc(std::size_t size) noexcept {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "pipeline/globals.h"
 #include "pipeline/module_manager.h"
@@ -15,8 +14,7 @@ namespace tamrix::test {
 // Runs with the wide options: every file below `dir`/src, to `dir`/dst, through a ring of at most 64 KiB, but
 // for what `settings` say. Afterwards tells how it went.
 struct ManagerRun {
-  explicit ManagerRun(const TempDir& dir, const Settings& settings, Level level = kDebug,
-                      std::string_view without = "")
+  explicit ManagerRun(const TempDir& dir, const Settings& settings, Level level = kDebug)
       : log(level),
         properties({{"srcpath", dir / "src"},
                     {"srcspec", "*"},
@@ -24,8 +22,7 @@ struct ManagerRun {
                     {"recursive", "enable"},
                     {"ignore-vendor-check", "enable"},
                     {"total-buffer-size", "64KB"},
-                    {"buffer-size", "4KB"}},
-                   without) {
+                    {"buffer-size", "4KB"}}) {
     for (const auto& [key, value] : settings) properties.set(key, value);
     ModuleManager manager;
     manager.setGlobals(&globals);

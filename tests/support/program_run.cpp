@@ -13,11 +13,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 
 namespace tamrix::test {
 
@@ -95,23 +95,16 @@ void enterSurroundings(const ProgramOptions& options) {
 
 int ProgramRun::count(std::string_view line) const {
   int found = 0;
-  const std::string wanted = "\n" + std::string(line) + "\n";
-  for (const std::string& stream : {"\n" + out, "\n" + err}) {
-    for (std::size_t at = stream.find(wanted); at != std::string::npos; at = stream.find(wanted, at + 1)) {
-      ++found;
-    }
-  }
+  std::istringstream in(out + "\n" + err);  // a question ends no line
+  for (std::string one; std::getline(in, one);) found += one == line ? 1 : 0;
   return found;
 }
 
 std::vector<std::string> ProgramRun::linesAfter(std::string_view prefix) const {
   std::vector<std::string> lines;
-  for (std::size_t at = 0; at < err.size();) {
-    const std::size_t end = std::min(err.find('\n', at), err.size());
-    const std::string_view line = std::string_view(err).substr(at, end - at);
-    if (line.starts_with(prefix)) lines.emplace_back(line.substr(prefix.size()));
-    at = end + 1;
-  }
+  std::istringstream in(err);
+  for (std::string line; std::getline(in, line);)
+    if (line.starts_with(prefix)) lines.push_back(line.substr(prefix.size()));
   return lines;
 }
 
@@ -122,11 +115,6 @@ std::ostream& operator<<(std::ostream& stream, const ProgramRun& run) {
                 << run.err.substr(0, kShown) << "---\n";
 }
 
-// The child's ends of its streams.
-struct RunningProgram::Streams {
-  std::array<int, 3> fds = {-1, -1, -1};
-};
-
 RunningProgram::RunningProgram(const std::vector<std::string>& args, const ProgramOptions& options)
     : deadline_(std::chrono::steady_clock::now() + kDeadline) {
   std::signal(SIGPIPE, SIG_IGN);  // a child that has ended reads nothing more
@@ -136,27 +124,23 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
   if (options.onTerminal) {
     input_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     require(input_ >= 0 && grantpt(input_) == 0 && unlockpt(input_) == 0, "terminal");
-    for (int& fd : theirs.fds) fd = open(ptsname(input_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    for (int& fd : theirs) fd = open(ptsname(input_), O_RDWR | O_NOCTTY | O_CLOEXEC);
     out_ = fcntl(input_, F_DUPFD_CLOEXEC, 0);
   } else {
-    std::array<int, 2> in{};
-    std::array<int, 2> out{};
-    std::array<int, 2> err{};
-    require(pipe2(in.data(), O_CLOEXEC) == 0 && pipe2(out.data(), O_CLOEXEC) == 0 &&
-                pipe2(err.data(), O_CLOEXEC) == 0,
-            "pipe");
-    theirs.fds = {in[0], out[1], err[1]};
-    input_ = in[1];
-    out_ = out[0];
-    err_ = err[0];
+    std::array<std::array<int, 2>, 3> pipes{};
+    for (auto& ends : pipes) require(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
+    theirs = {pipes[0][0], pipes[1][1], pipes[2][1]};
+    input_ = pipes[0][1];
+    out_ = pipes[1][0];
+    err_ = pipes[2][0];
     if (options.input) {
-      close(theirs.fds[0]);
+      close(theirs[0]);
       closeIfOpen(input_);
-      theirs.fds[0] = memoryFile(*options.input);
+      theirs[0] = memoryFile(*options.input);
     }
   }
   start(args, options, theirs);
-  for (const int fd : theirs.fds) close(fd);
+  for (const int fd : theirs) close(fd);
 }
 
 void RunningProgram::start(const std::vector<std::string>& args, const ProgramOptions& options,
@@ -171,12 +155,12 @@ void RunningProgram::start(const std::vector<std::string>& args, const ProgramOp
   if (pid_ == 0) {
     if (options.onTerminal) {
       setsid();
-      ioctl(theirs.fds[0], TIOCSCTTY, 0);
+      ioctl(theirs[0], TIOCSCTTY, 0);
     }
     for (int number = 0; number < 3; ++number) {
       const auto other = options.descriptors.find(number);
       const int fd =
-          other != options.descriptors.end() ? other->second : theirs.fds[static_cast<std::size_t>(number)];
+          other != options.descriptors.end() ? other->second : theirs.at(static_cast<std::size_t>(number));
       if (fd < 0 ? close(number) != 0 : dup2(fd, number) < 0) _exit(126);
     }
     enterSurroundings(options);
@@ -196,15 +180,8 @@ RunningProgram::~RunningProgram() {
 }
 
 void RunningProgram::send(std::string_view text) const {
-  while (!text.empty()) {
-    const ssize_t n = write(input_, text.data(), text.size());
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return;
-    text.remove_prefix(static_cast<std::size_t>(n));
-  }
+  (void)!write(input_, text.data(), text.size());  // a line; the program may have ended
 }
-
-void RunningProgram::endInput() { closeIfOpen(input_); }
 
 void RunningProgram::signal(int number) const {
   if (pid_ > 0) kill(pid_, number);

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
+#include <array>
 #include <chrono>
 #include <map>
 #include <optional>
@@ -51,9 +52,8 @@ class RunningProgram {
   RunningProgram(const RunningProgram&) = delete;
   RunningProgram& operator=(const RunningProgram&) = delete;
 
-  // Writes to the program's standard input; endInput closes it.
+  // Writes to the program's standard input.
   void send(std::string_view text) const;
-  void endInput();
   void signal(int number) const;
   // Waits until the program has written `text` to either stream; false when it ended without.
   [[nodiscard]] bool waitForText(std::string_view text);
@@ -61,7 +61,7 @@ class RunningProgram {
   const ProgramRun& wait();
 
  private:
-  struct Streams;
+  using Streams = std::array<int, 3>;
   void start(const std::vector<std::string>& args, const ProgramOptions& options, const Streams& theirs);
   bool readMore();
   void reap();

@@ -45,16 +45,15 @@ bool sameToTheMicrosecond(const timespec& a, const timespec& b) {
 
 SampleTree::SampleTree(std::string root, std::uint64_t seed, int count, std::size_t largest)
     : root_(std::move(root)), random_(seed) {
-  std::vector<std::string> directories = {""};
-  for (int i = 1; i <= count / 20; ++i) {
-    // A child of one of the last few, so that the tree gets deep.
-    const std::size_t first = directories.size() > 8 ? directories.size() - 8 : 0;
-    directories.push_back(directories[first + below(directories.size() - first)] + "d'" +
-                          std::to_string(i % 100) + " \xff/");
-    if (directories.back().size() > 300) directories.back() = "top" + std::to_string(i) + "/";
-    std::filesystem::create_directories(root_ + "/" + directories.back());
+  std::string directory;
+  for (int i = 0; i < count; ++i) {
+    // A directory holds some twenty files, with the next one in it until that gets too deep.
+    if (i % 20 == 19) {
+      directory = directory.size() > 300 ? "" : directory + "d'" + std::to_string(i) + " \xff/";
+      std::filesystem::create_directories(root_ + "/" + directory);
+    }
+    addFile(directory, largest);
   }
-  for (int i = 0; i < count; ++i) addFile(directories[below(directories.size())], largest);
   restoreTimes();
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,9 +17,7 @@ using Settings = std::vector<std::pair<const char*, std::string>>;
 // that outlives it. One at a time.
 class WideProperties {
  public:
-  // `without`: an option that this store is not to know.
-  explicit WideProperties(const Settings& settings = {}, std::string_view without = "")
-      : table_(tableWithout(without)), store_(table_), before_(tamrix::properties) {
+  explicit WideProperties(const Settings& settings = {}) : before_(tamrix::properties) {
     tamrix::properties = &store_;
     if (!store_.setDefaults()) std::abort();
     for (const auto& [key, value] : settings) set(key, value);
@@ -34,18 +31,17 @@ class WideProperties {
   }
 
  private:
-  static std::vector<KnownProperty> tableWithout(std::string_view name) {
+  static std::vector<KnownProperty> wideTable() {
     std::vector<KnownProperty> table(programProperties().begin(), programProperties().end());
     for (const char* wider :
          {"audit", "checksum", "checksum-update", "verify", "checksumea", "buffer-file"}) {
       table.push_back({wider, ""});
     }
-    std::erase_if(table, [&](const KnownProperty& row) { return row.name == name; });
     return table;
   }
 
-  const std::vector<KnownProperty> table_;
-  Properties store_;
+  const std::vector<KnownProperty> table_ = wideTable();
+  Properties store_{table_};
   Properties* const before_;
 };
 

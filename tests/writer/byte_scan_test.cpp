@@ -10,75 +10,55 @@
 namespace tamrix {
 namespace {
 
-// All lengths up to 300, and those around the blocks in which the scans work.
-std::vector<std::size_t> lengths() {
-  std::vector<std::size_t> all;
-  for (std::size_t n = 0; n <= 300; ++n) all.push_back(n);
-  for (const std::size_t n : {511U, 512U, 513U, 767U, 1023U, 1024U, 1025U, 1600U}) all.push_back(n);
-  return all;
-}
-
-// `size` bytes at `misaligned` bytes behind an aligned address, with other bytes on both sides; the memory
-// ends where these end, so that a look further on is seen.
-class Bytes {
- public:
-  Bytes(std::size_t size, std::size_t misaligned, char around)
-      : all_(std::make_unique<char[]>(misaligned + size + kAround)), data_(all_.get() + misaligned) {
-    std::fill_n(all_.get(), misaligned, around);
-    std::fill_n(data_ + size, kAround, around);
+// All lengths up to 300, and those around the blocks in which the scans work; each at different distances
+// from an aligned address, with `around` on both sides. The memory ends there, so that a look further on is
+// seen.
+template <class Check>
+void forAllPlaces(char around, Check check) {
+  std::vector<std::size_t> lengths = {511, 512, 513, 767, 1023, 1024, 1025, 1600};
+  for (std::size_t n = 0; n <= 300; ++n) lengths.push_back(n);
+  for (const std::size_t size : lengths) {
+    for (const std::size_t misaligned : {0U, 1U, 7U}) {
+      SCOPED_TRACE(std::to_string(size) + "+" + std::to_string(misaligned));
+      const std::size_t all = misaligned + size + 3;
+      const auto bytes = std::make_unique<char[]>(all);
+      std::fill_n(bytes.get(), all, around);
+      std::fill_n(bytes.get() + misaligned, size, '\0');
+      check(bytes.get() + misaligned, size);
+    }
   }
-  char* data() { return data_; }
-
- private:
-  static constexpr std::size_t kAround = 3;
-  const std::unique_ptr<char[]> all_;
-  char* const data_;
-};
+}
 
 class ByteScanTest : public testing::TestWithParam<ScanKernels> {};
 
 TEST_P(ByteScanTest, zeroTestSeesEveryByteAndNoOther) {
-  for (const std::size_t size : lengths()) {
-    for (const std::size_t misaligned : {0U, 1U, 7U}) {
-      Bytes bytes(size, misaligned, 1);
-      ASSERT_TRUE(GetParam().allZero(bytes.data(), size)) << size << '+' << misaligned;
-      for (std::size_t at = 0; at < size; ++at) {
-        bytes.data()[at] = static_cast<char>(0x80);
-        ASSERT_FALSE(GetParam().allZero(bytes.data(), size)) << size << '+' << misaligned << " at " << at;
-        bytes.data()[at] = 0;
-      }
+  forAllPlaces(1, [](char* bytes, std::size_t size) {
+    ASSERT_TRUE(GetParam().allZero(bytes, size));
+    for (std::size_t at = 0; at < size; ++at) {
+      bytes[at] = static_cast<char>(0x80);
+      ASSERT_FALSE(GetParam().allZero(bytes, size)) << at;
+      bytes[at] = 0;
     }
-  }
+  });
 }
 
 TEST_P(ByteScanTest, sumCountsEveryByteOnceAsUnsigned) {
   std::mt19937 random(1);
-  for (const std::size_t size : lengths()) {
-    for (const std::size_t misaligned : {0U, 1U, 7U}) {
-      Bytes bytes(size, misaligned, static_cast<char>(0xFF));
-      std::uint64_t expected = 0;
-      for (std::size_t i = 0; i < size; ++i) {
-        bytes.data()[i] = static_cast<char>(random());
-        expected += static_cast<unsigned char>(bytes.data()[i]);
-      }
-      ASSERT_EQ(GetParam().byteSum(bytes.data(), size), expected) << size << '+' << misaligned;
+  forAllPlaces(static_cast<char>(0xFF), [&](char* bytes, std::size_t size) {
+    std::uint64_t expected = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      bytes[i] = static_cast<char>(random());
+      expected += static_cast<unsigned char>(bytes[i]);
     }
-  }
+    ASSERT_EQ(GetParam().byteSum(bytes, size), expected);
+  });
+  // Lanes of too few bits overflow here.
+  const std::string large((std::size_t{32} << 20) + 5, static_cast<char>(0xFF));
+  EXPECT_EQ(GetParam().byteSum(large.data(), large.size()), 255 * std::uint64_t{large.size()});
 }
 
-// Lanes of too few bits overflow here.
-TEST_P(ByteScanTest, sumOfManyLargeBytesIsExact) {
-  const std::size_t size = (std::size_t{32} << 20) + 5;
-  const std::string bytes(size, static_cast<char>(0xFF));
-  EXPECT_EQ(GetParam().byteSum(bytes.data(), size), 255 * std::uint64_t{size});
-}
-
-INSTANTIATE_TEST_SUITE_P(Kernels, ByteScanTest, testing::ValuesIn(scanKernels().begin(), scanKernels().end()),
-                         [](const testing::TestParamInfo<ScanKernels>& kernels) {
-                           std::string name = kernels.param.instructions;
-                           std::erase(name, '-');
-                           return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Kernels, ByteScanTest,
+                         testing::ValuesIn(scanKernels().begin(), scanKernels().end()));
 
 }  // namespace
 }  // namespace tamrix

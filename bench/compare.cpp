@@ -1,0 +1,162 @@
+// tamrix beside what people use instead, on the same work, in turn, round by round in one run.
+//
+//     compare_bench TAMRIX MEMORY_DIRECTORY DISK_DIRECTORY [ROUNDS [SCALE]]
+//
+// For each kind of work, in memory and on disk, with and without attributes: every program copies it once a
+// round, each copy is compared with its source in the first round, and medians and their ratios are printed,
+// beside the limit of the machine measured in the same rounds. SCALE divides the work's size.
+//
+// Ends with 0, or 1 when a copy failed or was not equal.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "bench/child_run.h"
+#include "bench/compare_work.h"
+
+namespace {
+
+using tamrix::bench::ChildRun;
+using tamrix::bench::Work;
+
+struct Place {
+  const char* name;
+  std::string directory;
+};
+
+// One program's way to copy `from` to `to`, as a shell command; $from and $to are set.
+struct Peer {
+  std::string name;
+  std::string command;
+  bool copiesAttributes = true;
+};
+
+struct Column {
+  Peer peer;
+  std::vector<double> wall;
+  std::vector<double> cpu;
+  std::vector<double> peak;
+  std::int64_t blocks = 0;
+};
+
+std::vector<Peer> peersFor(const Work& work, const std::string& program, bool attributes) {
+  // Holes of the size in which the work has data.
+  const std::string mode = work.sparse ? " -sparse -buffer-size=64KB" : "";
+  std::vector<Peer> peers = {
+      {"tamrix",
+       program +
+           " -srcpath=$from -srcspec='*' -recursive -dstpath=$to -ignore-vendor-check -loglevel=URGENT" +
+           mode},
+      {"cp", std::string("cp -r --preserve=timestamps,xattr ") + (work.sparse ? "--sparse=always " : "") +
+                 "$from/. $to"},
+      {"rsync", std::string("rsync -rtX ") + (work.sparse ? "--sparse " : "--whole-file ") + "$from/ $to/"},
+      {"tar+mbuffer",
+       std::string("tar -C $from --xattrs ") + (work.sparse ? "--sparse " : "") +
+           "-cf - . | mbuffer -q -m 64M | tar -C $to --xattrs --xattrs-include='user.*' -xf -"},
+  };
+  if (work.sizes.size() == 1 && !work.sparse && !attributes) {
+    peers.push_back({"dd",
+                     "mkdir $to/d0 && dd if=$from/d0/f0 of=$to/d0/f0 bs=128K status=none && touch -r "
+                     "$from/d0/f0 $to/d0/f0",
+                     false});
+  }
+  return peers;
+}
+
+// Copies once; returns false when the copy failed or, in the first round, is not equal.
+bool copyOnce(Column& column, const std::string& from, const std::string& to, bool attributes, bool check) {
+  std::filesystem::create_directory(to);
+  sync();
+  const ChildRun run = tamrix::bench::runChild(
+      {"sh", "-c", "from=" + from + "; to=" + to + "; " + column.peer.command}, to + ".log");
+  column.wall.push_back(run.wall);
+  column.cpu.push_back(run.cpu);
+  column.peak.push_back(run.peak);
+  bool good = WIFEXITED(run.status) && WEXITSTATUS(run.status) == 0;
+  if (check && good) {
+    good = tamrix::bench::sameTrees(from, to, attributes && column.peer.copiesAttributes);
+    column.blocks = tamrix::bench::blocksUsed(to);
+  }
+  if (!good)
+    std::fprintf(stderr, "%s failed or its copy is not equal: %s\n", column.peer.name.c_str(),
+                 run.text.c_str());
+  std::filesystem::remove_all(to);
+  return good;
+}
+
+void print(const Work& work, const Place& place, bool attributes, const std::vector<Column>& columns,
+           double limit) {
+  std::printf("\n%s, %s, %s\n", work.name.c_str(), place.name,
+              attributes ? "with attributes" : "without attributes");
+  std::printf("  %-12s %9s %9s %9s %9s %10s%s\n", "", "seconds", "x tamrix", "x limit", "cpu s", "peak MiB",
+              work.sparse ? "    blocks" : "");
+  const double own = tamrix::bench::median(columns.front().wall);
+  for (const Column& column : columns) {
+    const double wall = tamrix::bench::median(column.wall);
+    std::printf("  %-12s %9.3f %9.2f %9.2f %9.3f %10.1f", column.peer.name.c_str(), wall, wall / own,
+                wall / limit, tamrix::bench::median(column.cpu),
+                tamrix::bench::median(column.peak) / (1 << 20));
+    if (work.sparse) std::printf(" %9lld", static_cast<long long>(column.blocks));
+    std::printf("\n");
+  }
+  std::printf("  %-12s %9.3f %9.2f %9.2f\n", "limit", limit, limit / own, 1.0);
+  std::fflush(stdout);
+}
+
+bool compare(const Work& work, const Place& place, bool attributes, const std::string& program, int rounds) {
+  const std::string from = place.directory + "/from";
+  const std::string to = place.directory + "/to";
+  std::filesystem::remove_all(from);
+  if (!tamrix::bench::makeWork(work, from, attributes)) {
+    std::printf("\n%s, %s: no user attributes here, left out\n", work.name.c_str(), place.name);
+    return true;
+  }
+  std::vector<Column> columns;
+  for (const Peer& peer : peersFor(work, program, attributes)) columns.emplace_back().peer = peer;
+  std::vector<double> limits;
+  for (int round = 0; round < rounds; ++round) {
+    for (Column& column : columns) {
+      if (!copyOnce(column, from, to, attributes, round == 0)) return false;
+    }
+    sync();
+    limits.push_back(tamrix::bench::limitSeconds(work, from, to));
+    std::filesystem::remove_all(to);
+  }
+  std::filesystem::remove_all(from);
+  print(work, place, attributes, columns, tamrix::bench::median(limits));
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 4) {
+    std::fprintf(stderr, "usage: compare_bench TAMRIX MEMORY_DIRECTORY DISK_DIRECTORY [ROUNDS [SCALE]]\n");
+    return 2;
+  }
+  const int rounds = argc > 4 ? std::atoi(argv[4]) : 5;
+  const int scale = argc > 5 ? std::atoi(argv[5]) : 1;
+  if (rounds < 1 || scale < 1) {
+    std::fprintf(stderr, "compare_bench: ROUNDS and SCALE are 1 or more\n");
+    return 2;
+  }
+  try {
+    for (const Place& place : {Place{"in memory", argv[2]}, Place{"on disk", argv[3]}}) {
+      for (const Work& work : tamrix::bench::allWork(scale)) {
+        for (const bool attributes : {true, false}) {
+          if (!compare(work, place, attributes, argv[1], rounds)) return 1;
+        }
+      }
+    }
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "compare_bench: %s\n", error.what());
+    return 1;
+  }
+  return 0;
+}
