@@ -11,6 +11,18 @@
 
 namespace tamrix::test {
 
+// What the drive of a volume had to do, in order.
+struct TapeAccount {
+  struct Read {
+    long long bytes = 0;  // in one go
+    std::string path;     // on the volume
+  };
+  std::vector<Read> reads;
+  int locates = 0;
+  long long bytes = 0;
+  double seconds = -1;  // modelled; -1: there was no account
+};
+
 // Mounted while it lives, or until unmount. Where mounting is refused it isn't mounted and tells why. One
 // thread.
 class MountedVolume {
@@ -28,7 +40,7 @@ class MountedVolume {
   MountedVolume& operator=(const MountedVolume&) = delete;
 
   bool isMounted() const { return pid_ > 0; }
-  // Why it isn't mounted.
+  // Why it isn't mounted; empty when a failure of the test has told.
   const std::string& reason() const { return reason_; }
 
   const std::string& path() const { return mountPoint_; }
@@ -36,10 +48,14 @@ class MountedVolume {
   // The file behind the one of the volume.
   std::string backing(std::string_view name) const { return dir_ / ("tape/" + std::string(name)); }
 
-  // Returns the paths on the volume of what was read from tape; once for what was read in one go.
-  std::vector<std::string> unmount();
+  // Returns what the drive had to do until now.
+  TapeAccount unmount();
 
  private:
+  void start(std::vector<std::string> words);
+  void waitUntilMounted(int from);
+  TapeAccount readAccount() const;
+
   TempDir dir_;
   const std::string mountPoint_ = dir_ / "volume";
   const std::string accountFile_ = dir_ / "account";

@@ -1,11 +1,6 @@
 // A model of a mounted tape volume: shows a directory as the file system of a tape drive would.
 //
-//     tape_volume [OPTION...] DIRECTORY MOUNTPOINT
-//
-//     -layout=FILE         where files lie on tape, a line each: PARTITION BLOCK PATH-BELOW-DIRECTORY
-//     -account=FILE        written at the end: the path of each file on tape, once for what was read in one
-//     go -vendor=TEXT -uuid=TEXT -blocksize=BYTES -bad-block=P:BLOCK   reading block BLOCK of partition P
-//     fails -bad-attribute=NAME  reading the virtual attribute fails
+//     tape_volume [OPTION...] DIRECTORY MOUNTPOINT        options: see tape_volume_settings.h
 //
 // Stays in the foreground until it is unmounted (or gets SIGTERM). Prints "mounted" once it is; ends with 3
 // when mounting is refused.
@@ -17,6 +12,7 @@
 #include <fcntl.h>
 #include <fuse.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -34,14 +30,15 @@
 #include <string_view>
 #include <utility>
 
+#include "tests/support/tape_account.h"
+#include "tests/support/tape_volume_settings.h"
+
 namespace {
 
-struct Position {
-  char partition = 0;
-  std::int64_t block = 0;
-};
-
-using Settings = std::map<std::string, std::string, std::less<>>;  // by option
+using tamrix::test::Account;
+using tamrix::test::takeOption;
+using Position = Account::Position;
+using Settings = tamrix::test::TapeVolumeSettings;
 
 constexpr int kMountRefused = 3;
 constexpr std::string_view kVirtualPrefix = "user.ltfs.";
@@ -69,16 +66,13 @@ class Volume {
  public:
   Volume(Settings settings, std::string directory)
       : settings_(std::move(settings)), directory_(std::move(directory)) {
-    std::ifstream layout(settings_.at("-layout"));
+    std::ifstream layout(settings_.layoutFile);
     Position position;
     for (std::string path;
          layout >> position.partition >> position.block && std::getline(layout >> std::ws, path);) {
       layout_["/" + path] = position;
     }
   }
-  ~Volume() { std::ofstream(settings_.at("-account")) << account_; }
-  Volume(const Volume&) = delete;
-  Volume& operator=(const Volume&) = delete;
 
   std::string backing(const char* path) const { return directory_ + path; }
 
@@ -94,10 +88,9 @@ class Volume {
   int read(const OpenFile& file, char* to, std::size_t size, std::int64_t offset) {
     const ssize_t n = pread(file.fd, to, size, offset);
     if (n <= 0 || file.position == nullptr) return outcome(n);
-    if (file.path != path_ || offset != offset_) account_ += file.path + '\n';
+    account_.locate(file.path, *file.position, offset);
     const std::int64_t good = std::min<std::int64_t>(n, goodBytes(*file.position, offset));
-    path_ = file.path;
-    offset_ = offset + good;
+    account_.read(good);
     return good > 0 ? static_cast<int>(good) : -EIO;
   }
 
@@ -108,7 +101,7 @@ class Volume {
     const std::map<std::string, std::string> all = virtualAttributes(path);
     const auto found = all.find(name);
     if (found == all.end()) return -ENODATA;
-    if (name == settings_.at("-bad-attribute")) return -EIO;
+    if (name == settings_.badAttribute) return -EIO;
     return give(found->second, to, size);
   }
 
@@ -124,6 +117,8 @@ class Volume {
     return give(names, to, size);
   }
 
+  Account& account() { return account_; }
+
  private:
   static int give(const std::string& value, char* to, std::size_t size) {
     if (size != 0 && size < value.size()) return -ERANGE;
@@ -133,16 +128,17 @@ class Volume {
 
   // How much can be read behind `offset` of the file at `position` before a bad block comes.
   std::int64_t goodBytes(const Position& position, std::int64_t offset) const {
-    const std::string& bad = settings_.at("-bad-block");
-    if (bad.empty() || bad[0] != position.partition) return INT64_MAX;
-    const std::int64_t good = (std::stoll(bad.substr(2)) - position.block) * blockSize_ - offset;
-    return good <= -blockSize_ ? INT64_MAX : std::max<std::int64_t>(0, good);
+    const auto bad =
+        settings_.badBlocks.lower_bound({position.partition, position.block + offset / settings_.blockSize});
+    if (bad == settings_.badBlocks.end() || bad->partition != position.partition) return INT64_MAX;
+    return std::max<std::int64_t>(0, (bad->block - position.block) * settings_.blockSize - offset);
   }
 
   std::map<std::string, std::string> virtualAttributes(const char* path) const {
-    std::map<std::string, std::string> all = {{"user.ltfs.softwareVendor", settings_.at("-vendor")},
-                                              {"user.ltfs.volumeUUID", settings_.at("-uuid")},
-                                              {"user.ltfs.volumeBlocksize", settings_.at("-blocksize")}};
+    std::map<std::string, std::string> all = {
+        {"user.ltfs.softwareVendor", settings_.vendor},
+        {"user.ltfs.volumeUUID", settings_.uuid},
+        {"user.ltfs.volumeBlocksize", std::to_string(settings_.blockSize)}};
     if (const auto found = layout_.find(path); found != layout_.end()) {
       all["user.ltfs.partition"] = found->second.partition;
       all["user.ltfs.startblock"] = std::to_string(found->second.block);
@@ -153,10 +149,7 @@ class Volume {
   const Settings settings_;
   const std::string directory_;
   std::map<std::string, Position> layout_;
-  const std::int64_t blockSize_ = std::stoll(settings_.at("-blocksize"));
-  std::string path_;         // of the file read last
-  std::int64_t offset_ = 0;  // where that ended
-  std::string account_;
+  Account account_{settings_.blockSize, settings_.delay};
 };
 
 Volume& volume() { return *static_cast<Volume*>(fuse_get_context()->private_data); }
@@ -196,6 +189,10 @@ void addFileOperations(fuse_operations& ops) {
 
 void addDirectoryOperations(fuse_operations& ops) {
   ops.mkdir = [](const char* path, mode_t mode) { return outcome(mkdir(backing(path).c_str(), mode)); };
+  ops.rmdir = [](const char* path) { return outcome(rmdir(backing(path).c_str())); };
+  ops.statfs = [](const char* path, struct statvfs* to) {
+    return outcome(statvfs(backing(path).c_str(), to));
+  };
   ops.readdir = [](const char* path, void* to, fuse_fill_dir_t fill, off_t, fuse_file_info*,
                    fuse_readdir_flags) {
     dirent** entries = nullptr;
@@ -219,6 +216,9 @@ void addAttributeOperations(fuse_operations& ops) {
   };
   ops.setxattr = [](const char* path, const char* name, const char* value, std::size_t size, int flags) {
     return isVirtual(name) ? -EACCES : outcome(lsetxattr(backing(path).c_str(), name, value, size, flags));
+  };
+  ops.removexattr = [](const char* path, const char* name) {
+    return isVirtual(name) ? -EACCES : outcome(lremovexattr(backing(path).c_str(), name));
   };
 }
 
@@ -261,16 +261,16 @@ int serve(Volume& served, const char* program, const char* mountPoint) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  Settings settings = {{"-layout", ""},          {"-account", ""},
-                       {"-vendor", "VOQ"},       {"-uuid", "30a91a08-daae-48d1-ae75-69804e61d2ea"},
-                       {"-blocksize", "524288"}, {"-bad-block", ""},
-                       {"-bad-attribute", ""}};
-  for (int i = 1; i < argc - 2; ++i) {
-    const std::string_view option = argv[i];
-    const std::size_t equals = option.find('=');
-    settings.at(std::string(option.substr(0, equals))) = option.substr(equals + 1);
+  Settings settings;
+  int next = 1;
+  while (next < argc && takeOption(argv[next], settings)) ++next;
+  if (argc - next != 2) {
+    std::fprintf(stderr, "usage: %s [OPTION...] DIRECTORY MOUNTPOINT\n", argv[0]);
+    return 2;
   }
   umask(0);
-  Volume served(settings, argv[argc - 2]);
-  return serve(served, argv[0], argv[argc - 1]);
+  Volume served(settings, argv[next]);
+  const int status = serve(served, argv[0], argv[next + 1]);
+  if (!settings.accountFile.empty()) std::ofstream(settings.accountFile) << served.account().finish();
+  return status;
 }

@@ -4,7 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "reader/file_c.h"
 #include "tests/support/manager_run.h"
+#include "writer/modsum64_process_module.h"
 
 namespace tamrix {
 namespace {
@@ -97,6 +99,20 @@ TEST(ChecksumStage, sumDoesNotDependOnHowTheFileIsCutIntoBuffers) {
 }
 
 // Files of the process file system take no attributes.
+TEST(ChecksumStage, withoutAnAttributeNameTheEndOfAFileStopsTheRun) {
+  const test::CapturedLog captured;
+  const test::WideProperties properties;
+  PipelineGlobals globals;
+  modsum64ProcessModule stage(globals);
+  FileC file("/s", "/d", {});
+  BufferSlot slot{};
+  slot.file = &file;
+  EXPECT_EQ(stage.processBuffer(slot), 0);
+  slot.endOfFile = 1;
+  EXPECT_EQ(stage.processBuffer(slot), 1);
+  EXPECT_EQ(captured.count(msg::kMs64NoName), 1);
+}
+
 TEST(ChecksumStage, sourceThatTakesNoAttributeEndsTheRunWithoutAStatusLine) {
   const ManagerRun run(TempDir(), {{"srcpath", "/proc/self"},
                                    {"srcspec", "comm"},
