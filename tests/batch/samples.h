@@ -10,19 +10,21 @@
 
 namespace tamrix::test {
 
-// The file names in samples/accepted, samples/refused or docs/examples, in order.
-inline std::vector<std::string> namesIn(const std::string& directory) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
+inline const std::filesystem::path kSource = TAMRIX_SOURCE_DIR;
+inline const std::string kAccepted = "tests/batch/samples/accepted";
+inline const std::string kRefused = "tests/batch/samples/refused";
+inline const std::string kExamples = "docs/examples";
 
-inline const std::string kAccepted = TAMRIX_SOURCE_DIR "/tests/batch/samples/accepted";
-inline const std::string kRefused = TAMRIX_SOURCE_DIR "/tests/batch/samples/refused";
-inline const std::string kExamples = TAMRIX_SOURCE_DIR "/docs/examples";
+// The files in these directories, in order, as paths below kSource: made the current directory.
+inline std::vector<std::string> filesIn(const std::vector<std::string>& directories) {
+  std::filesystem::current_path(kSource);
+  std::vector<std::string> files;
+  for (const std::string& directory : directories) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
 
 // What both passes over one file gave.
 struct BothPasses {
@@ -34,10 +36,10 @@ struct BothPasses {
   }
   bool accepted() const { return paramResult == 0 && dataResult == 0; }
 
-  int paramResult = 1;
-  int dataResult = 1;
   std::vector<BatchParam> params;
   std::vector<BatchPair> pairs;
+  int paramResult = 1;
+  int dataResult = 1;
   std::string version;
 };
 
