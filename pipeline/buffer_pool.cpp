@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "config/properties.h"
 #include "log/logger.h"
@@ -127,15 +128,25 @@ int BufferQ::setupMem() {
   const std::size_t bytes = static_cast<std::size_t>(bufferCount_) * static_cast<std::size_t>(bufferSize_);
   void* const memory =
       mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  if (memory == MAP_FAILED) {
+  if (memory == MAP_FAILED || !reserveFreeList()) {
+    if (memory != MAP_FAILED) munmap(memory, bytes);
     logger->log(kUrgent, msg::kBufferNoMemory);
     return 1;
   }
   memory_ = static_cast<char*>(memory);
-  const MutexLock lock(mutex_);
-  freeBuffers_.reserve(static_cast<std::size_t>(bufferCount_));
   logger->log(kDebug, msg::kBufferSetupMemDone);
   return 0;
+}
+
+// Makes room to note every buffer as free, so that nothing is allocated while stages run.
+bool BufferQ::reserveFreeList() {
+  const MutexLock lock(mutex_);
+  try {
+    freeBuffers_.reserve(static_cast<std::size_t>(bufferCount_));
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
 }
 
 // Makes the buffer file anew, an existing one is somebody else's, with its room reserved: a full disk is told

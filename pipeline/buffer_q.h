@@ -133,6 +133,7 @@ class BufferQ {
   int readSizes();
   int allocateSlots();
   int setupMem();
+  bool reserveFreeList();
   int setupFile(const std::string& path);
   int teardownMem();
 

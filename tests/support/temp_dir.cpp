@@ -11,8 +11,8 @@
 
 namespace tamrix::test {
 
-TempDir::TempDir(const std::filesystem::path& parent) {
-  std::string name = (parent / "tamrix-test-XXXXXX").string();
+TempDir::TempDir() {
+  std::string name = (std::filesystem::temp_directory_path() / "tamrix-test-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) std::abort();
   path_ = name;
 }

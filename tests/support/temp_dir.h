@@ -9,7 +9,7 @@ namespace tamrix::test {
 
 class TempDir {
  public:
-  explicit TempDir(const std::filesystem::path& parent = std::filesystem::temp_directory_path());
+  TempDir();
   ~TempDir();
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
