@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <forward_list>
 #include <new>
 
 #include "config/properties.h"
@@ -24,7 +25,18 @@ bool mayHideAFile(int error) {
 
 }  // namespace
 
-CopyList::CopyList(PipelineGlobals& globals) : globals_(globals) {}
+struct CopyList::Records {
+  std::deque<FileC> files;
+  std::deque<Extent> extents;
+
+  // New ones, never destroyed.
+  static Records& make() {
+    static auto* const all = new std::forward_list<Records>;
+    return all->emplace_front();
+  }
+};
+
+CopyList::CopyList(PipelineGlobals& globals) : globals_(globals), records_(Records::make()) {}
 
 int CopyList::build() {
   try {
@@ -160,7 +172,7 @@ void CopyList::checkVendor(const std::string& source, const std::string& destina
 
 FileC& CopyList::addRecord(const std::string& source, const std::string& destination,
                            const struct stat& status) {
-  FileC& file = files_.emplace_back(source, destination, status);
+  FileC& file = records_.files.emplace_back(source, destination, status);
   globals_.totalBytes += file.fileSize;
   attributes_.collect(file);
   return file;
@@ -183,7 +195,7 @@ void CopyList::addExtent(FileC& file) {
       position.startBlock = static_cast<std::int64_t>(sorted_.size());
     }
   }
-  Extent& extent = extents_.emplace_back();
+  Extent& extent = records_.extents.emplace_back();
   extent.volumeUuid = position.volumeUuid;
   extent.partition = position.partition;
   extent.startBlock = position.startBlock;

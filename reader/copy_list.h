@@ -18,8 +18,8 @@ namespace tamrix {
 // Purpose: takes every pair from the listers, drops or refuses what can't be copied, makes a record and an
 // extent of each accepted file, reads where it lies, and sorts the extents into tape order. Sees to it that
 // at least one side of the copy is on a volume of the expected vendor. Threads: build on one thread;
-// afterwards the reader stage walks `extents`. Lifetime: owns the records that buffers point at, so it
-// outlives every stage.
+// afterwards the reader stage walks `extents`. Lifetime: a run's; but the
+// records that buffers point at live until the process ends, which giving millions of them back would delay.
 class CopyList {
  public:
   explicit CopyList(PipelineGlobals& globals);
@@ -38,6 +38,7 @@ class CopyList {
 
  private:
   enum class Verdict { kAccept, kDrop, kEndRun };
+  struct Records;
 
   int takeAllPairs();
   int takePairs(FileLister& lister);
@@ -61,8 +62,7 @@ class CopyList {
   bool interactive_ = false;
   bool writes_ = true;  // an audit does not: there, a file may well be its own destination
 
-  std::deque<FileC> files_;
-  std::deque<Extent> extents_;
+  Records& records_;
   std::vector<Extent*> sorted_;
 };
 

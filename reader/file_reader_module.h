@@ -13,8 +13,7 @@ namespace tamrix {
 // A buffer carries data of one file only. A file is opened for its first buffer and closed with its last, so
 // at most one source is open. Files are read up to the size that was listed: a file that grew is cut there,
 // one that ends earlier is a read error.
-// Threads and lifetime: as Module; getList on the main thread, before the stage is started. Owns the records
-// that the other stages' buffers point at: destroyed after they have ended.
+// Threads and lifetime: as Module; getList on the main thread, before the stage is started.
 class FileReaderModule : public ReaderModule {
  public:
   explicit FileReaderModule(PipelineGlobals& globals);
