@@ -20,6 +20,7 @@
 //   directory_walk    walking a tree; wildcard matches names
 //   copy_list         which pairs are copied, in which order
 //   pair_index        duplicates and conflicts; path_identity tells which file a path means
+//   pair_probes       what the system tells of the pairs, gathered ahead by a second thread
 //   source_attributes extended attributes of a source, its position on tape, the vendor check
 //   overwrite_prompt  the question of -interactive
 //   file_reader_module  the reader stage

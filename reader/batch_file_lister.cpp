@@ -102,4 +102,12 @@ int BatchFileLister::getNextFile() {
   return hasAcceptedLength(srcFile_) && hasAcceptedLength(dstFile_) ? 0 : -1;
 }
 
+bool BatchFileLister::peekBehindCurrent(std::size_t ahead, std::string& source,
+                                        std::string& destination) const {
+  if (ahead >= pairs_.size()) return false;
+  source = pairs_[ahead].source;
+  destination = pairs_[ahead].destination;
+  return true;
+}
+
 }  // namespace tamrix

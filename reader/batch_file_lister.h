@@ -24,6 +24,9 @@ class BatchFileLister : public FileLister {
   // -1: a path of more than 1024 characters.
   [[nodiscard]] int getNextFile() override;
 
+ protected:
+  bool peekBehindCurrent(std::size_t ahead, std::string& source, std::string& destination) const override;
+
  private:
   // Makes both paths of the pair absolute, from the working directory. Returns false, having logged why, when
   // there is none.

@@ -77,59 +77,61 @@ int CopyList::takeAllPairs() {
 }
 
 int CopyList::takePairs(FileLister& lister) {
+  PairProbes probes(lister);
   for (;;) {
     if (globals_.stopExecution.isSet()) return 1;
     const int next = lister.getNextFile();
     if (next == 1) return 0;
     if (next != 0) return 1;
-    if (takePair(lister.srcFile(), lister.dstFile()) == Verdict::kEndRun) return 1;
+    if (takePair(probes.next()) == Verdict::kEndRun) return 1;
   }
 }
 
-CopyList::Verdict CopyList::takePair(const std::string& source, const std::string& destination) {
+CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
+  const std::string& source = pair.source;
+  const std::string& destination = pair.destination;
   logger->log(kDebug, msg::kListSourceFile, source);
   logger->log(kDebug, msg::kListGotFile, source);
-  struct stat sourceStatus {};
-  struct stat destinationStatus {};
-  const PathIdentity sourceId = sourceResolver_.resolve(source, sourceStatus);
-  const PathIdentity destinationId = destinationResolver_.resolve(destination, destinationStatus);
-  if (!destinationId.exists(destination) && mayHideAFile(errno)) {
+  const bool destinationExists = pair.destinationId.exists(destination);
+  if (!destinationExists && mayHideAFile(pair.destinationError)) {
     logger->log(kUrgent, msg::kListStatFailed, destination);
     return Verdict::kDrop;
   }
 
-  const Verdict clash = judgeClash(source, destination, sourceId, destinationId);
+  const Verdict clash = judgeClash(pair);
   if (clash != Verdict::kAccept) return clash;
-  if (interactive_ && destinationId.exists(destination)) {
+  if (interactive_ && destinationExists) {
     const Verdict answer = askUser(destination);
     if (answer != Verdict::kAccept) return answer;
   }
-  if (!sourceId.exists(source)) {
+  if (!pair.sourceId.exists(source)) {
     logger->log(kUrgent, msg::kListStatFailed, source);
     return Verdict::kDrop;
   }
-  if (!S_ISREG(sourceStatus.st_mode)) {
+  if (!S_ISREG(pair.sourceStatus.st_mode)) {
     logger->log(kDebug, msg::kListNotRegular);
     return Verdict::kDrop;
   }
-  logger->log(kDebug, msg::kListFileSize, sourceStatus.st_size);
+  logger->log(kDebug, msg::kListFileSize, pair.sourceStatus.st_size);
   if (!vendorOk_) checkVendor(source, destination);
 
-  FileC& file = addRecord(source, destination, sourceStatus);
-  index_.add(file, sourceId, destinationId);
-  addExtent(file);
+  FileC& file = addRecord(pair);
+  index_.add(file, pair.sourceId, pair.destinationId);
+  addExtent(file, pair.attributes);
   return Verdict::kAccept;
 }
 
-CopyList::Verdict CopyList::judgeClash(const std::string& source, const std::string& destination,
-                                       const PathIdentity& sourceId,
-                                       const PathIdentity& destinationId) const {
-  if (writes_ && sourceId.exists(source) && destinationId.exists(destination) &&
-      sourceId.device == destinationId.device && sourceId.inode == destinationId.inode) {
+CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) const {
+  const std::string& source = pair.source;
+  const std::string& destination = pair.destination;
+  const PathIdentity& from = pair.sourceId;
+  const PathIdentity& to = pair.destinationId;
+  if (writes_ && from.exists(source) && to.exists(destination) && from.device == to.device &&
+      from.inode == to.inode) {
     logger->log(kUrgent, msg::kListSameFile, source, destination);
     return Verdict::kDrop;
   }
-  const PairClash clash = index_.find(source, sourceId, destination, destinationId);
+  const PairClash clash = index_.find(source, from, destination, to);
   switch (clash.kind) {
     case PairClash::Kind::kNone:
       return Verdict::kAccept;
@@ -166,21 +168,20 @@ CopyList::Verdict CopyList::askUser(const std::string& destination) {
 }
 
 void CopyList::checkVendor(const std::string& source, const std::string& destination) {
-  vendorOk_ = attributes_.isSoftwareVendorVOQ(source) ||
-              attributes_.isSoftwareVendorVOQ(destination.substr(0, destination.rfind('/')));
+  vendorOk_ =
+      isSoftwareVendorVOQ(source) || isSoftwareVendorVOQ(destination.substr(0, destination.rfind('/')));
 }
 
-FileC& CopyList::addRecord(const std::string& source, const std::string& destination,
-                           const struct stat& status) {
-  FileC& file = records_.files.emplace_back(source, destination, status);
+FileC& CopyList::addRecord(const PairProbe& pair) {
+  FileC& file = records_.files.emplace_back(pair.source, pair.destination, pair.sourceStatus);
   globals_.totalBytes += file.fileSize;
-  attributes_.collect(file);
+  pair.attributes.collect(file);
   return file;
 }
 
-void CopyList::addExtent(FileC& file) {
+void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
   TapePosition position;
-  if (attributes_.readPosition(file, position)) {
+  if (attributes.tellPosition(position)) {
     previous_ = position;
   } else {
     logger->log(kWarning, msg::kListNoPosition, file.fileName);

@@ -10,15 +10,14 @@
 #include "reader/file_c.h"
 #include "reader/file_lister.h"
 #include "reader/pair_index.h"
-#include "reader/path_identity.h"
-#include "reader/source_attributes.h"
+#include "reader/pair_probes.h"
 
 namespace tamrix {
 
 // Purpose: takes every pair from the listers, drops or refuses what can't be copied, makes a record and an
 // extent of each accepted file, reads where it lies, and sorts the extents into tape order. Sees to it that
-// at least one side of the copy is on a volume of the expected vendor. Threads: build on one thread;
-// afterwards the reader stage walks `extents`. Lifetime: a run's; but the
+// at least one side of the copy is on a volume of the expected vendor. Threads: build on one thread, which
+// may start another (see PairProbes); afterwards the reader stage walks `extents`. Lifetime: a run's; but the
 // records that buffers point at live until the process ends, which giving millions of them back would delay.
 class CopyList {
  public:
@@ -43,19 +42,15 @@ class CopyList {
   int takeAllPairs();
   int takePairs(FileLister& lister);
   // Judges one pair and adds it when it is accepted.
-  Verdict takePair(const std::string& source, const std::string& destination);
-  Verdict judgeClash(const std::string& source, const std::string& destination, const PathIdentity& sourceId,
-                     const PathIdentity& destinationId) const;
+  Verdict takePair(const PairProbe& pair);
+  Verdict judgeClash(const PairProbe& pair) const;
   Verdict askUser(const std::string& destination);
   void checkVendor(const std::string& source, const std::string& destination);
-  FileC& addRecord(const std::string& source, const std::string& destination, const struct stat& status);
-  void addExtent(FileC& file);
+  FileC& addRecord(const PairProbe& pair);
+  void addExtent(FileC& file, const SourceAttributes& attributes);
   int finish();
 
   PipelineGlobals& globals_;
-  SourceAttributes attributes_;
-  PathResolver sourceResolver_;
-  PathResolver destinationResolver_;
   PairIndex index_;
   TapePosition previous_;  // of the last file that had one; where an empty file without one is put
   bool vendorOk_ = false;

@@ -55,6 +55,10 @@ void EaList::add(std::string_view name, const void* value, std::size_t valueLeng
   packed_.push_back('\0');
 }
 
+void EaList::reserve(std::size_t count, std::size_t valueBytes) {
+  if (count != 0) packed_.reserve(packed_.size() + count * (kHeaderSize + 1) + valueBytes);
+}
+
 EaList::Iterator EaList::find(std::string_view name) const {
   return std::find_if(begin(), end(), [&](const ExtendedAttr& attr) { return name == attr.name; });
 }

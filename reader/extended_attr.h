@@ -41,8 +41,9 @@ class EaList {
 
   // Adds an attribute at the end. `name` must not be empty; `value` may be null when `valueLength` is 0.
   void add(std::string_view name, const void* value, std::size_t valueLength);
-  // Gives back room that was kept for growth; for when the list is complete.
-  void shrinkToFit() { packed_.shrink_to_fit(); }
+  // Makes room for `count` attributes with values of `valueBytes` together, so that adding them allocates
+  // once.
+  void reserve(std::size_t count, std::size_t valueBytes);
 
   // The first attribute named `name`; end() when there is none.
   Iterator find(std::string_view name) const;

@@ -24,6 +24,18 @@ int FileLister::init() { return 1; }
 
 int FileLister::getNextFile() { return 0; }
 
+bool FileLister::peek(std::size_t ahead, std::string& source, std::string& destination) const {
+  if (ahead != 0) return peekBehindCurrent(ahead - 1, source, destination);
+  source = srcFile_;
+  destination = dstFile_;
+  return true;
+}
+
+bool FileLister::peekBehindCurrent(std::size_t /*ahead*/, std::string& /*source*/,
+                                   std::string& /*destination*/) const {
+  return false;
+}
+
 int FileLister::listMatching(PathList& result, const std::string& directory, std::string_view pattern,
                              bool recursive) {
   if (recursive) {

@@ -38,12 +38,19 @@ class FileLister {
   // having logged why. The base returns 0 and changes nothing.
   [[nodiscard]] virtual int getNextFile();
 
+  // Copies the pair that is current after `ahead` more calls of getNextFile, as far as that can be told by
+  // now: returns false when it can't, or there is none. It may be one that getNextFile will refuse.
+  bool peek(std::size_t ahead, std::string& source, std::string& destination) const;
+
   const std::string& srcFile() const { return srcFile_; }
   const std::string& dstFile() const { return dstFile_; }
 
  protected:
   // Appends to `result` the files in (when `recursive`, also below) `directory` that match. Returns 0.
   int listMatching(PathList& result, const std::string& directory, std::string_view pattern, bool recursive);
+
+  // As peek, without the current pair: 0 is the next one. The base tells none.
+  virtual bool peekBehindCurrent(std::size_t ahead, std::string& source, std::string& destination) const;
 
   // Whether `path` keeps the limit on lengths; logs it at kUrgent when not.
   static bool hasAcceptedLength(const std::string& path);

@@ -55,25 +55,30 @@ std::size_t pathTextHash(std::string_view path) {
 }
 
 PathIdentity PathResolver::resolve(const std::string& path, struct stat& status) {
-  if (stat(path.c_str(), &status) == 0) return {status.st_dev, status.st_ino, path.size()};
-  const int error = errno;
-  const PathIdentity found = resolveDirectory(path.substr(0, parentLength(path)));
-  errno = error;
-  return found;
+  const std::string_view directory = std::string_view(path).substr(0, parentLength(path));
+  const bool directoryIsMissing = directory == lastDirectory_ && lastIdentity_.inode != 0 &&
+                                  !lastIdentity_.exists(directory) && lastError_ == ENOENT;
+  if (!directoryIsMissing) {
+    if (stat(path.c_str(), &status) == 0) return {status.st_dev, status.st_ino, path.size()};
+    lastError_ = errno;
+    resolveDirectory(directory);
+  }
+  errno = lastError_;
+  return lastIdentity_;
 }
 
-PathIdentity PathResolver::resolveDirectory(const std::string& directory) {
-  if (directory == lastDirectory_ && lastIdentity_.inode != 0) return lastIdentity_;
+void PathResolver::resolveDirectory(std::string_view directory) {
+  if (directory == lastDirectory_ && lastIdentity_.inode != 0) return;
+  lastDirectory_ = directory;
+  lastIdentity_ = {};
   struct stat status {};
-  std::string existing = directory;
+  std::string existing(directory);
   while (!existing.empty() && stat(existing.c_str(), &status) != 0) existing.resize(parentLength(existing));
   // An absolute path comes down to the root, a relative one to the working directory.
   if (existing.empty() && stat(directory.starts_with('/') || directory.empty() ? "/" : ".", &status) != 0) {
-    return {};
+    return;
   }
-  lastDirectory_ = directory;
   lastIdentity_ = {status.st_dev, status.st_ino, existing.size()};
-  return lastIdentity_;
 }
 
 }  // namespace tamrix

@@ -34,10 +34,12 @@ class PathResolver {
   PathIdentity resolve(const std::string& path, struct stat& status);
 
  private:
-  PathIdentity resolveDirectory(const std::string& directory);
+  // Sets lastDirectory_ and lastIdentity_; the latter has no inode when not even the root can be examined.
+  void resolveDirectory(std::string_view directory);
 
   std::string lastDirectory_;
   PathIdentity lastIdentity_;
+  int lastError_ = 0;  // stat's, of the last path that was not found
 };
 
 }  // namespace tamrix

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "log/logger.h"
 
@@ -20,20 +19,35 @@ namespace {
 constexpr std::size_t kUsualSize = 512;
 
 constexpr std::string_view kUserPrefix = "user.";
+constexpr const char* kStartBlock = "user.ltfs.startblock";
+constexpr const char* kPartition = "user.ltfs.partition";
+constexpr const char* kVolumeUuid = "user.ltfs.volumeUUID";
+constexpr const char* kOtherVolumeUuid = "user.ltfs.volume_uuid";
+constexpr const char* kSoftwareVendor = "user.ltfs.softwareVendor";
 constexpr std::string_view kVendor = "VOQ";
 
-// Calls `fill(data, size)`, a reader of extended attributes, with more and more of the buffer, which grows,
-// while that is too small. Returns the bytes read, or -1 with errno set.
+bool isUserAttribute(const char* name) { return std::string_view(name).starts_with(kUserPrefix); }
+
+// Calls `fill(data, size)`, a reader of extended attributes, with more and more of the buffer behind its
+// first `kept` bytes, while that is too small; the buffer grows. Returns the bytes read, or -1 with errno
+// set.
 template <class Fill>
-ssize_t readWhole(std::vector<char>& buffer, Fill fill) {
+ssize_t readWhole(std::vector<char>& buffer, std::size_t kept, Fill fill) {
   for (std::size_t size = kUsualSize;;) {
-    if (buffer.size() < size) buffer.resize(size);
-    const ssize_t n = fill(buffer.data(), size);
+    if (buffer.size() < kept + size) buffer.resize(kept + size);
+    const ssize_t n = fill(buffer.data() + kept, size);
     if (n >= 0 || errno != ERANGE) return n;
     const ssize_t needed = fill(nullptr, 0);
     if (needed < 0) return needed;
     size = std::max(size * 2, static_cast<std::size_t>(needed));
   }
+}
+
+// Calls `action(name)` for each name in a list as listxattr(2) gives it.
+template <class Action>
+void forEachName(const std::vector<char>& names, ssize_t size, Action action) {
+  const char* const end = names.data() + size;
+  for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) action(name);
 }
 
 // Cuts `path` at its last slash until what is left exists. Returns false when no slash is left to cut at.
@@ -49,77 +63,104 @@ bool cutToExisting(std::string& path) {
 
 }  // namespace
 
-void SourceAttributes::collect(FileC& file) {
-  logger->log(kDebug, msg::kListGetXattrs);
-  const char* const path = file.srcPath.c_str();
-  const ssize_t size = readWhole(names_, [&](char* to, std::size_t n) { return listxattr(path, to, n); });
-  logger->log(kDebug, msg::kListXattrsSize, static_cast<std::int32_t>(size));
-  if (size < 0) {
-    const int error = errno;
-    if (error != ENOTSUP) logger->log(kWarning, msg::kXattrsNotListed, path, std::strerror(error));
-    return;
+void SourceAttributes::read(const char* path) {
+  users_.clear();
+  used_ = 0;
+  listed_ = readWhole(names_, 0, [&](char* to, std::size_t n) { return listxattr(path, to, n); });
+  listError_ = errno;
+  if (listed_ > 0) {
+    forEachName(names_, listed_, [&](const char* name) {
+      if (isUserAttribute(name)) users_.push_back(readValue(path, name));
+    });
   }
-  const char* const end = names_.data() + size;
-  for (const char* name = names_.data(); name < end; name += std::strlen(name) + 1) {
-    if (!std::string_view(name).starts_with(kUserPrefix)) {
-      logger->log(kDebug, msg::kXattrsSkip);
-      continue;
-    }
-    logger->log(kDebug, msg::kXattrsKeep);
-    if (read(path, name)) {
-      file.eaList.add(name, value_.data(), value_.size());
-    } else {
-      const int error = errno;
-      logger->log(kWarning, msg::kXattrsUnreadable, name, path, std::strerror(error));
-    }
-  }
-  file.eaList.shrinkToFit();
+  startBlock_ = readPosition(path, kStartBlock);
+  if (startBlock_.error != 0) return;
+  partition_ = readPosition(path, kPartition);
+  volumeUuid_ = readPosition(path, kVolumeUuid);
+  if (volumeUuid_.error != 0) volumeUuid_ = readPosition(path, kOtherVolumeUuid);
 }
 
-bool SourceAttributes::readPosition(const FileC& file, TapePosition& position) {
-  static constexpr const char* kStartBlock = "user.ltfs.startblock";
-  const bool found = readCollected(file, kStartBlock);
-  if (!found) value_.clear();
-  logger->log(kDebug, msg::kListXattr, kStartBlock, value_);
+SourceAttributes::Reading SourceAttributes::readValue(const char* path, const char* name) {
+  const ssize_t n =
+      readWhole(values_, used_, [&](char* to, std::size_t room) { return getxattr(path, name, to, room); });
+  if (n < 0) return {errno, 0, 0};
+  const Reading reading{0, used_, static_cast<std::size_t>(n)};
+  used_ += reading.length + 1;
+  if (values_.size() < used_) values_.resize(used_);
+  values_[used_ - 1] = '\0';
+  return reading;
+}
+
+SourceAttributes::Reading SourceAttributes::readPosition(const char* path, const char* name) {
+  Reading found{ENODATA, 0, 0};
+  if (listed_ > 0) {
+    auto user = users_.begin();
+    forEachName(names_, listed_, [&](const char* listed) {
+      if (!isUserAttribute(listed)) return;
+      if (std::strcmp(listed, name) == 0) found = *user;
+      ++user;
+    });
+  }
+  return found.error == 0 ? found : readValue(path, name);
+}
+
+void SourceAttributes::collect(FileC& file) const {
+  logger->log(kDebug, msg::kListGetXattrs);
+  logger->log(kDebug, msg::kListXattrsSize, static_cast<std::int32_t>(listed_));
+  if (listed_ < 0) {
+    if (listError_ != ENOTSUP) {
+      logger->log(kWarning, msg::kXattrsNotListed, file.srcPath, std::strerror(listError_));
+    }
+    return;
+  }
+  std::size_t valueBytes = 0;
+  for (const Reading& reading : users_) valueBytes += reading.length;
+  file.eaList.reserve(users_.size(), valueBytes);
+  auto user = users_.begin();
+  forEachName(names_, listed_, [&](const char* name) {
+    if (!isUserAttribute(name)) {
+      logger->log(kDebug, msg::kXattrsSkip);
+      return;
+    }
+    logger->log(kDebug, msg::kXattrsKeep);
+    const Reading& reading = *user++;
+    if (reading.error == 0) {
+      file.eaList.add(name, text(reading), reading.length);
+    } else {
+      logger->log(kWarning, msg::kXattrsUnreadable, name, file.srcPath, std::strerror(reading.error));
+    }
+  });
+}
+
+bool SourceAttributes::tellPosition(TapePosition& position) const {
+  const bool found = startBlock_.error == 0;
+  logger->log(kDebug, msg::kListXattr, kStartBlock, found ? text(startBlock_) : "");
   if (!found) return false;
 
   position = {};
-  position.startBlock = std::strtoll(value_.c_str(), nullptr, 10);
+  position.startBlock = std::strtoll(text(startBlock_), nullptr, 10);
   logger->log(kDebug, msg::kListStartBlock, position.startBlock);
-  if (readCollected(file, "user.ltfs.partition")) {
-    position.partition = static_cast<signed char>(value_.c_str()[0]);
-  }
+  if (partition_.error == 0) position.partition = static_cast<signed char>(*text(partition_));
   logger->log(kDebug, msg::kListPartition, static_cast<char>(position.partition));
-  if (readCollected(file, "user.ltfs.volumeUUID") || readCollected(file, "user.ltfs.volume_uuid")) {
-    std::strncpy(position.volumeUuid.data(), value_.c_str(), Extent::kUuidLength);
+  if (volumeUuid_.error == 0) {
+    std::strncpy(position.volumeUuid.data(), text(volumeUuid_), Extent::kUuidLength);
   }
   logger->log(kDebug, msg::kListVolumeUuid, position.volumeUuid.data());
   return true;
 }
 
-bool SourceAttributes::isSoftwareVendorVOQ(const std::string& path) {
+bool isSoftwareVendorVOQ(const std::string& path) {
   std::string existing = path;
   if (!cutToExisting(existing)) {
     logger->log(kDebug, msg::kVendorPathMissing, path);
     return false;
   }
   logger->log(kDebug, msg::kVendorCheck, existing);
-  return read(existing.c_str(), "user.ltfs.softwareVendor") && value_.starts_with(kVendor);
-}
-
-bool SourceAttributes::read(const char* path, const char* name) {
-  const ssize_t n = readWhole(buffer_, [&](char* to, std::size_t m) { return getxattr(path, name, to, m); });
-  if (n < 0) return false;
-  value_.assign(buffer_.data(), static_cast<std::size_t>(n));
-  return true;
-}
-
-bool SourceAttributes::readCollected(const FileC& file, const char* name) {
-  const EaList::Iterator found = file.eaList.find(name);
-  if (found == file.eaList.end()) return read(file.srcPath.c_str(), name);
-  const ExtendedAttr attr = *found;
-  value_.assign(attr.value != nullptr ? attr.value : "", attr.valueLength);
-  return true;
+  std::vector<char> value;
+  const ssize_t n = readWhole(value, 0, [&](char* to, std::size_t room) {
+    return getxattr(existing.c_str(), kSoftwareVendor, to, room);
+  });
+  return n > 0 && std::string_view(value.data(), static_cast<std::size_t>(n)).starts_with(kVendor);
 }
 
 }  // namespace tamrix

@@ -35,10 +35,22 @@ int SpecFileLister::getNextFile() {
   if (!hasAcceptedLength(path)) return -1;
   srcFile_ = path;
   logger->log(kDebug, msg::kSpecListerSource, srcFile_);
-  dstFile_ = dstpath_ + "/" + path.substr(srcpath_.size() + 1);
+  setDestination(path, dstFile_);
   if (!hasAcceptedLength(dstFile_)) return -1;
   logger->log(kDebug, msg::kSpecListerDestination, dstFile_);
   return 0;
+}
+
+bool SpecFileLister::peekBehindCurrent(std::size_t ahead, std::string& source,
+                                       std::string& destination) const {
+  if (ahead >= matched_.size()) return false;
+  source = matched_[ahead];
+  setDestination(source, destination);
+  return true;
+}
+
+void SpecFileLister::setDestination(const std::string& source, std::string& destination) const {
+  destination.assign(dstpath_).append(1, '/').append(source, srcpath_.size() + 1);
 }
 
 }  // namespace tamrix

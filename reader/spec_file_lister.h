@@ -19,7 +19,13 @@ class SpecFileLister : public FileLister {
   // -1: a source that is not absolute, or a path of more than 1024 characters.
   [[nodiscard]] int getNextFile() override;
 
+ protected:
+  bool peekBehindCurrent(std::size_t ahead, std::string& source, std::string& destination) const override;
+
  private:
+  // The path of `source` below the source directory, below the destination directory.
+  void setDestination(const std::string& source, std::string& destination) const;
+
   std::string srcpath_;
   std::string dstpath_;
   std::string srcspec_;

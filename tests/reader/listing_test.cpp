@@ -129,6 +129,32 @@ TEST_F(ListingTest, positionsAreReadAndEmptyFilesGoWithTheOneBeforeThem) {
   EXPECT_EQ(globals_.totalBytes, 4);
 }
 
+// A long list is probed ahead by another thread, a short one is not.
+TEST_F(ListingTest, aLongListIsLikeTheShortOnesItConsistsOf) {
+  Pairs pairs;
+  for (int i = 0; i < 600; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    if (i % 5 == 0)
+      (void)dir_.tapeFile(name, std::string(static_cast<std::size_t>(i), 'x'), "volume", 'b', 600 - i);
+    if (i % 5 == 1) (void)dir_.file(name, "without a position");
+    if (i % 5 == 2) (void)dir_.file(name + "/keep");
+    pairs.emplace_back(dir_ / name, dir_ / (i % 3 == 0 ? "out/" : "here.") + name);
+  }
+  const Logger& log = captured_.logger();
+  const auto told = [&](auto begin, auto end) {
+    CopyList list(globals_);
+    EXPECT_EQ(build(list, Pairs(begin, end)), 0);
+    const std::string text = captured_.logText();
+    const std::size_t from = text.find(log.format(msg::kBatchListerNextPair, begin->first, begin->second));
+    return text.substr(from, text.find(log.format(msg::kBatchListerEnd)) - from);
+  };
+  const std::string longList = told(pairs.begin(), pairs.end());
+  std::string shortLists;
+  for (auto at = pairs.begin(); at != pairs.end(); at += 50) shortLists += told(at, at + 50);
+  EXPECT_EQ(longList, shortLists);
+  EXPECT_NE(longList.find(log.format(msg::kListNoPosition, "f596")), std::string::npos);
+}
+
 TEST_F(ListingTest, clashesNameTheFirstEarlierPairTheyMeet) {
   const std::string a = dir_.file("a", "a");
   const std::string b = dir_.file("b", "b");
