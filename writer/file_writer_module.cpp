@@ -192,15 +192,15 @@ int FileWriterModule::completeFile(FileC& file) {
   }
   openList_.erase(file.srcPath);
   current_ = nullptr;
+  copyAttributes(file);
   if (closeCompleted(file) != 0) return 1;
 
-  bool warned = false;
-  copyTimes(file, warned);
-  copyAttributes(file, warned);
-  if (warned) {
-    logger->log(kProgress, msg::kStatusWarning, file.srcPath, file.dstPath);
-  } else {
+  const bool timesKept = copyTimes(file) == 0;
+  for (const char* name : refusedAttributes_) logger->log(kWarning, msg::kWriteXattrFailed, name);
+  if (timesKept && refusedAttributes_.empty()) {
     logger->log(kProgress, msg::kStatusSuccess, file.srcPath, file.dstPath);
+  } else {
+    logger->log(kProgress, msg::kStatusWarning, file.srcPath, file.dstPath);
   }
   return 0;
 }
@@ -221,19 +221,22 @@ int FileWriterModule::closeCompleted(FileC& file) {
 }
 
 // By path and after the close: a file system may set the modification time when it is told of the last close.
-void FileWriterModule::copyTimes(const FileC& file, bool& warned) const {
+int FileWriterModule::copyTimes(const FileC& file) const {
   const timeval times[2] = {microseconds(file.accessTime), microseconds(file.modifyTime)};
-  if (utimes(file.dstPath.c_str(), times) == 0) return;
+  if (utimes(file.dstPath.c_str(), times) == 0) return 0;
   const int error = errno;
   logger->log(kWarning, msg::kWriteTimesFailed, std::strerror(error));
-  warned = true;
+  return 1;
 }
 
-void FileWriterModule::copyAttributes(const FileC& file, bool& warned) const {
+// While the file is open: by path, each attribute would cost another look-up. What was refused is told when
+// the rest of the file is done.
+void FileWriterModule::copyAttributes(const FileC& file) {
+  refusedAttributes_.clear();
   for (const ExtendedAttr& attr : file.eaList) {
-    if (setxattr(file.dstPath.c_str(), attr.name, attr.value, attr.valueLength, 0) == 0) continue;
-    logger->log(kWarning, msg::kWriteXattrFailed, attr.name);
-    warned = true;
+    if (fsetxattr(file.dstFd, attr.name, attr.value, attr.valueLength, 0) != 0) {
+      refusedAttributes_.push_back(attr.name);
+    }
   }
 }
 

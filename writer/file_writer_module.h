@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <string_view>
+#include <vector>
 
 #include "pipeline/stages.h"
 #include "reader/file_c.h"
@@ -11,8 +12,8 @@
 namespace tamrix {
 
 // Per destination: created (with the directories above it), locked, in sparse mode given its length, written
-// buffer by buffer, and with its last buffer unlocked, closed, given the source's times and user attributes
-// and reported by one status line. What can go wrong, and what becomes of the destination then:
+// buffer by buffer, and with its last buffer given the source's user attributes, unlocked, closed, given the
+// source's times and reported by one status line. What can go wrong, and what becomes of the destination then:
 //
 //   what fails                    destination    status line   run
 //   creating it or a directory    not made       none          ends
@@ -50,8 +51,8 @@ class FileWriterModule : public WriterModule {
   int writeData(const BufferSlot& slot, FileC& file) const;
   int completeFile(FileC& file);
   int closeCompleted(FileC& file);
-  void copyTimes(const FileC& file, bool& warned) const;
-  void copyAttributes(const FileC& file, bool& warned) const;
+  int copyTimes(const FileC& file) const;
+  void copyAttributes(const FileC& file);
   // What a failure in mid-file leads to: unlocks, closes and deletes the destination and reports it.
   void discardDestination(FileC& file);
   void reportAndDelete(const FileC& file) const;
@@ -61,6 +62,7 @@ class FileWriterModule : public WriterModule {
   const bool sparseMode_;
   std::map<std::string_view, FileC*> openList_;  // destinations being written, by source path
   FileC* current_ = nullptr;                     // the one that the last buffer went to
+  std::vector<const char*> refusedAttributes_;   // of the file being completed
   std::int64_t totalLength_ = 0;                 // of all buffers so far
 };
 

@@ -133,7 +133,7 @@ const auto kCalls = testing::Values(
     Call{"open", "errno", EIO}, Call{"open", "errno", EMFILE}, Call{"read", "errno", EIO},
     Call{"read", "short", 1}, Call{"write", "errno", ENOSPC}, Call{"write", "short", 1},
     Call{"lseek", "errno", EIO}, Call{"ftruncate", "errno", EIO}, Call{"close", "errno", EIO},
-    Call{"fcntl", "errno", ENOLCK}, Call{"utimes", "errno", EPERM}, Call{"setxattr", "errno", ENOSPC},
+    Call{"fcntl", "errno", ENOLCK}, Call{"utimes", "errno", EPERM}, Call{"fsetxattr", "errno", ENOSPC},
     Call{"getxattr", "errno", EIO}, Call{"listxattr", "errno", EIO}, Call{"stat", "errno", EIO},
     Call{"mkdir", "errno", ENOSPC}, Call{"readdir", "errno", EIO}, Call{"malloc", "errno", ENOMEM, 23});
 

@@ -3,7 +3,7 @@
 //     TAMRIX_FAULT="CALL NTH ACTION VALUE PATH"     the rest of the text is PATH, it may hold blanks
 //     TAMRIX_FAULT_LOG=FILE                         made when the fault has fired
 //
-// CALL is open, read, write, lseek, ftruncate, close, fcntl, utimes, setxattr, getxattr, listxattr, stat,
+// CALL is open, read, write, lseek, ftruncate, close, fcntl, utimes, fsetxattr, getxattr, listxattr, stat,
 // mkdir, readdir or malloc; the NTH (from 1) such call on a path that contains PATH is hit. ACTION is "errno"
 // (fails with VALUE) or "short" (read and write: at most VALUE bytes). malloc looks at no path.
 #include <dirent.h>
@@ -161,8 +161,8 @@ int utimes(const char* path, const struct timeval times[2]) noexcept {
   return forward(failsOn("utimes", path), -1, "utimes", path, times);
 }
 
-int setxattr(const char* path, const char* name, const void* value, std::size_t size, int flags) noexcept {
-  return forward(failsOn("setxattr", path), -1, "setxattr", path, name, value, size, flags);
+int fsetxattr(int fd, const char* name, const void* value, std::size_t size, int flags) noexcept {
+  return forward(failsOnFd("fsetxattr", fd), -1, "fsetxattr", fd, name, value, size, flags);
 }
 
 ssize_t getxattr(const char* path, const char* name, void* value, std::size_t size) noexcept {
