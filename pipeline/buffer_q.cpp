@@ -113,9 +113,9 @@ bool BufferQ::readerShouldWake() const {
          lead_ <= leadLimit_ - leadLimit_ / kReaderWakeShare;
 }
 
-// Keeps account of the reader's lead, and of the buffers that are free again.
+// Keeps account of the reader's lead, to which holes add nothing, and of the buffers that are free again.
 void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {
-  const std::int64_t bytes = std::max(slot.length, 0);
+  const std::int64_t bytes = slot.hole != 0 ? 0 : std::max(slot.length, 0);
   if (fromModule == 0) lead_ += bytes;
   if (successor(fromModule) != 0) return;
   lead_ -= bytes;

@@ -1,6 +1,7 @@
 #include "reader/file_reader_module.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +19,8 @@ namespace {
 constexpr double kMemorySpeed = 1e9;  // bytes per second
 constexpr std::int64_t kSampleBytes = 16 << 20;
 constexpr std::chrono::milliseconds kSampleTime(20);
+
+constexpr std::int64_t kStatBlock = 512;  // the unit of st_blocks
 
 }  // namespace
 
@@ -76,15 +79,18 @@ int FileReaderModule::openFile(FileC& file) {
     return 1;
   }
   file.isOpen = true;
+  struct stat status {};
+  mayHaveHoles_ = globals_.sparseMode != 0 && fstat(file.fd, &status) == 0 &&
+                  status.st_blocks * kStatBlock < file.fileSize;
+  dataFrom_ = 0;
   return 0;
 }
 
 int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
   const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(extent.byteCount, slot.capacity));
-  const auto start = std::chrono::steady_clock::now();
-  const ssize_t n = wanted == 0 ? 0 : read(file.fd, slot.data, wanted);
+  slot.hole = isHole(file, static_cast<std::int64_t>(wanted)) ? 1 : 0;
+  const ssize_t n = slot.hole != 0 ? static_cast<ssize_t>(wanted) : readData(slot, file, wanted);
   const int error = errno;
-  if (!sourceIsSlow_) accountRead(n, std::chrono::steady_clock::now() - start);
   if (n < 0 || (n == 0 && wanted != 0)) {
     if (n < 0) {
       logger->log(kUrgent, msg::kFillReadFailed, std::strerror(error));
@@ -107,6 +113,34 @@ int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
   slot.sparseBlock = 0;
   slot.file = &file;
   return 0;
+}
+
+ssize_t FileReaderModule::readData(const BufferSlot& slot, const FileC& file, std::size_t wanted) {
+  if (wanted == 0) return 0;
+  const auto start = std::chrono::steady_clock::now();
+  // Looking for holes moves the file's position.
+  const ssize_t n =
+      mayHaveHoles_ ? pread(file.fd, slot.data, wanted, file.readOffset) : read(file.fd, slot.data, wanted);
+  if (!sourceIsSlow_) {
+    const int error = errno;
+    accountRead(n, std::chrono::steady_clock::now() - start);
+    errno = error;
+  }
+  return n;
+}
+
+bool FileReaderModule::isHole(const FileC& file, std::int64_t length) {
+  if (!mayHaveHoles_) return false;
+  if (dataFrom_ >= 0 && file.readOffset >= dataFrom_) dataFrom_ = findData(file);
+  return file.readOffset + length <= dataFrom_;
+}
+
+std::int64_t FileReaderModule::findData(const FileC& file) {
+  const off_t found = lseek(file.fd, file.readOffset, SEEK_DATA);
+  if (found >= 0 || errno != ENXIO) return found;
+  // None up to the end. That a file was cut short is to be found out by reading it.
+  struct stat status {};
+  return fstat(file.fd, &status) == 0 && status.st_size >= file.fileSize ? file.fileSize : -1;
 }
 
 void FileReaderModule::accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time) {
@@ -140,6 +174,7 @@ int FileReaderModule::continueAt(FileC& file, const Extent& extent) {
     return 1;
   }
   file.readOffset = extent.offset;
+  dataFrom_ = std::min<std::int64_t>(dataFrom_, 0);
   return 0;
 }
 

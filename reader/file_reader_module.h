@@ -12,8 +12,9 @@ namespace tamrix {
 
 // A buffer carries data of one file only. A file is opened for its first buffer and closed with its last, so
 // at most one source is open. Files are read up to the size that was listed: a file that grew is cut there,
-// one that ends earlier is a read error.
-// Threads and lifetime: as Module; getList on the main thread, before the stage is started.
+// one that ends earlier is a read error. In sparse mode, a buffer's worth of zeros that the file system tells
+// to be a hole is not read; the slot says so. Threads and lifetime: as Module; getList on the main thread,
+// before the stage is started.
 class FileReaderModule : public ReaderModule {
  public:
   explicit FileReaderModule(PipelineGlobals& globals);
@@ -23,8 +24,8 @@ class FileReaderModule : public ReaderModule {
   [[nodiscard]] int getList() override;
 
   // Reads the next piece of the current file, at most the slot's capacity, and sets the slot's startOfFile,
-  // length, offset, endOfFile, endOfData, sparseBlock and file. Returns 0; or 1 after logging what can't be
-  // opened, read, sought or closed at kUrgent and stopping the pipeline.
+  // length, offset, endOfFile, endOfData, sparseBlock, hole and file. Returns 0; or 1 after logging what
+  // can't be opened, read, sought or closed at kUrgent and stopping the pipeline.
   [[nodiscard]] int fillBuffer(BufferSlot& slot) override;
 
   const CopyList& copyList() const { return copyList_; }
@@ -32,8 +33,13 @@ class FileReaderModule : public ReaderModule {
  private:
   int openFile(FileC& file);
   int readPiece(BufferSlot& slot, FileC& file, Extent& extent);
+  ssize_t readData(const BufferSlot& slot, const FileC& file, std::size_t wanted);
   int closeFile(FileC& file);
   int continueAt(FileC& file, const Extent& extent);
+  // Whether the next `length` bytes of the file are a hole, as far as its file system tells.
+  bool isHole(const FileC& file, std::int64_t length);
+  // Where the file has data again from readOffset on: its size when nowhere, -1 when that can't be told.
+  static std::int64_t findData(const FileC& file);
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
 
@@ -43,6 +49,8 @@ class FileReaderModule : public ReaderModule {
   CopyList copyList_;
   std::size_t position_ = 0;  // in the copy list: the extent being read
   std::int64_t totalRead_ = 0;
+  bool mayHaveHoles_ = false;  // the open file, which then is read by pread
+  std::int64_t dataFrom_ = 0;  // where it has data, from readOffset or before on; -1: not to be told
   bool sourceIsSlow_ = false;
   std::int64_t sampleBytes_ = 0;  // of the speed being measured
   std::chrono::steady_clock::duration sampleTime_{};

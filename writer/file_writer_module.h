@@ -13,7 +13,8 @@ namespace tamrix {
 
 // Per destination: created (with the directories above it), locked, in sparse mode given its length, written
 // buffer by buffer, and with its last buffer given the source's user attributes, unlocked, closed, given the
-// source's times and reported by one status line. What can go wrong, and what becomes of the destination then:
+// source's times and reported by one status line. What can go wrong, and what becomes of the destination
+// then:
 //
 //   what fails                    destination    status line   run
 //   creating it or a directory    not made       none          ends

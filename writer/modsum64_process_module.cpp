@@ -36,7 +36,7 @@ int modsum64ProcessModule::processBuffer(BufferSlot& slot) {
     file.checksum = 0;
   }
   logger->log(kDebug, msg::kMs64Update);
-  file.checksum += byteSum(slot.data, static_cast<std::size_t>(slot.length));
+  if (slot.hole == 0) file.checksum += byteSum(slot.data, static_cast<std::size_t>(slot.length));
   if (slot.endOfFile == 0) return 0;
 
   logger->log(kDebug, msg::kMs64EndOfFile);

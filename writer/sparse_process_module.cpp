@@ -13,7 +13,8 @@ sparseProcessModule::sparseProcessModule(PipelineGlobals& globals) : ProcessModu
 sparseProcessModule::~sparseProcessModule() { logger->log(kDebug, msg::kSparseDestructor); }
 
 int sparseProcessModule::processBuffer(BufferSlot& slot) {
-  slot.sparseBlock = allZero(slot.data, static_cast<std::size_t>(slot.length)) ? 1 : 0;
+  const bool zero = slot.hole != 0 || allZero(slot.data, static_cast<std::size_t>(slot.length));
+  slot.sparseBlock = zero ? 1 : 0;
   if (slot.sparseBlock != 0) logger->log(kDebug, msg::kSparseBlockFound, slot.file->fileName);
   return 0;
 }

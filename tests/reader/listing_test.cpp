@@ -8,6 +8,7 @@
 
 #include "reader/char_special_lister.h"
 #include "reader/copy_list.h"
+#include "reader/file_reader_module.h"
 #include "reader/spec_file_lister.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
@@ -187,6 +188,31 @@ TEST_F(ListingTest, clashesNameTheFirstEarlierPairTheyMeet) {
     EXPECT_EQ(list.extents().size(), row.listed) << row.message;
     EXPECT_NE(captured_.logText().find(row.message + "\n"), std::string::npos)
         << row.message << captured_.logText();
+  }
+}
+
+TEST_F(ListingTest, aFileCutAfterItWasListedIsAReadErrorAlsoWhereItWasAHole) {
+  const std::string source = dir_.file("src/f", std::string(100000, 'x'));
+  properties_.set("srcpath", dir_ / "src");
+  properties_.set("srcspec", "*");
+  properties_.set("dstpath", "/o");
+  for (const int sparseMode : {0, 1}) {
+    ASSERT_EQ(truncate(source.c_str(), 1000000), 0);
+    PipelineGlobals globals;
+    globals.sparseMode = static_cast<decltype(globals.sparseMode)>(sparseMode);
+    FileReaderModule reader(globals);
+    ASSERT_EQ(reader.getList(), 0);
+    ASSERT_EQ(truncate(source.c_str(), 500000), 0);
+    std::vector<char> buffer(65536);
+    BufferSlot slot{};
+    slot.capacity = static_cast<std::int32_t>(buffer.size());
+    slot.data = buffer.data();
+    captured_.clear();
+    std::int64_t taken = 0;
+    for (; reader.fillBuffer(slot) == 0; taken += slot.length) ASSERT_EQ(slot.endOfData, 0);
+    EXPECT_LE(taken, 500000);
+    EXPECT_EQ(captured_.count(msg::kFillEndedEarly, source, taken, 1000000), 1) << captured_.logText();
+    EXPECT_TRUE(globals.stopExecution.isSet());
   }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "tests/support/manager_run.h"
 
@@ -33,6 +34,20 @@ std::int64_t dataBytes(const std::string& path) {
   return sum;
 }
 
+// Makes the file of `content` again, with holes for its blocks of zeros.
+void makeSparse(const std::string& path, const std::string& content) {
+  constexpr std::size_t kBlock = 4096;
+  const int fd = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+  EXPECT_EQ(ftruncate(fd, static_cast<off_t>(content.size())), 0);
+  for (std::size_t at = 0; at < content.size(); at += kBlock) {
+    const std::string block = content.substr(at, kBlock);
+    if (block.find_first_not_of('\0') == std::string::npos) continue;
+    EXPECT_EQ(pwrite(fd, block.data(), block.size(), static_cast<off_t>(at)),
+              static_cast<ssize_t>(block.size()));
+  }
+  close(fd);
+}
+
 TEST(SparseStage, holesAreTheBuffersOfZerosAndTheCopyIsEqual) {
   constexpr std::size_t k64 = 65536;
   struct Case {
@@ -56,10 +71,12 @@ TEST(SparseStage, holesAreTheBuffersOfZerosAndTheCopyIsEqual) {
   };
   for (const Case& c : cases) {
     // The larger ring, and one whose only buffer is judged by its new content each time.
-    for (const std::string& ring : {std::string("1MB"), std::to_string(c.bufferSize)}) {
+    for (const auto& [ring, sparseSource] :
+         {std::pair(std::string("1MB"), false), {"1MB", true}, {std::to_string(c.bufferSize), false}}) {
       SCOPED_TRACE(c.what);
       const test::TempDir dir;
-      dir.file("src/f", c.content);
+      const std::string source = dir.file("src/f", c.content);
+      if (sparseSource) makeSparse(source, c.content);
       // What was there shows through where a hole is only skipped.
       dir.file("dst/f", std::string(400000, 'o'));
       const test::ManagerRun run(
