@@ -38,7 +38,7 @@ int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
     const ModulePosition& me = position(moduleId);
     logger->log(kDebug, msg::kRingHandOut, shown(me.head), shown(me.tail), shown(me.head));
     slot = &slots_[me.head];
-    prepareSlot(*slot, me.head);
+    if (moduleId == 0) prepareSlot(*slot, me.head);
   }
   return mode_ == Mode::kBufferFile ? mapSlot(*slot) : 0;
 }
@@ -116,10 +116,13 @@ bool BufferQ::readerShouldWake() const {
 // Keeps account of the reader's lead, to which holes add nothing, and of the buffers that are free again.
 void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {
   const std::int64_t bytes = slot.hole != 0 ? 0 : std::max(slot.length, 0);
+  const bool isBack = successor(fromModule) == 0;
   if (fromModule == 0) lead_ += bytes;
-  if (successor(fromModule) != 0) return;
-  lead_ -= bytes;
-  if (mode_ == Mode::kMemory) freeBuffers_.push_back(std::exchange(slot.data, nullptr));
+  if (isBack) lead_ -= bytes;
+  // What stands for a hole needs no buffer.
+  if (mode_ == Mode::kMemory && slot.data != nullptr && (isBack || slot.hole != 0)) {
+    freeBuffers_.push_back(std::exchange(slot.data, nullptr));
+  }
 }
 
 void BufferQ::allowLongLead() {

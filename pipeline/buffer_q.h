@@ -63,10 +63,10 @@ struct BufferSlot {
   std::uint8_t endOfFile;      // 1: last buffer of a file
   std::uint8_t endOfData;      // 1: last buffer of the run
   std::uint8_t sparseBlock;    // 1: all of its data is zero (set by the sparse stage, cleared by the reader)
-  std::uint8_t hole;      // 1: stands for zeros that were not read; what is in the buffer is not the data
-  std::int32_t bufferFd;  // buffer-file mode: descriptor of the buffer file
-  FileC* file;            // whose data it holds
-  char* data;             // the buffer; in buffer-file mode mapped from get to put
+  std::uint8_t hole;           // 1: `length` zeros that the reader did not read; stages must not look at data
+  std::int32_t bufferFd;       // buffer-file mode: descriptor of the buffer file
+  FileC* file;                 // whose data it holds
+  char* data;  // the buffer, mapped from get to put in buffer-file mode; null in a hole passed on
 };
 
 // Threads: createQ and the destructor on the main thread while no stage runs; getBufferSlot and putBufferSlot
