@@ -25,9 +25,15 @@ namespace {
 using tamrix::bench::ChildRun;
 using tamrix::bench::Work;
 
+constexpr double kMostCpuOverCp = 1.3;
+// Memory: the default pool, the program itself, and 1 KiB a file.
+constexpr double kPool = 400.0 * (1 << 20) + 16.0 * (1 << 20);
+constexpr double kRecord = 1024;
+
 struct Place {
   const char* name;
   std::string directory;
+  bool inMemory;
 };
 
 // One program's way to copy `from` to `to`, as a shell command; $from and $to are set.
@@ -70,9 +76,11 @@ std::vector<Peer> peersFor(const Work& work, const std::string& program, bool at
 }
 
 // Copies once; returns false when the copy failed or, in the first round, is not equal.
-bool copyOnce(Column& column, const std::string& from, const std::string& to, bool attributes, bool check) {
+bool copyOnce(Column& column, const Work& work, const std::string& from, const std::string& to,
+              bool attributes, bool check) {
   std::filesystem::create_directory(to);
   sync();
+  tamrix::bench::warmMemory(work);
   const ChildRun run = tamrix::bench::runChild(
       {"sh", "-c", "from=" + from + "; to=" + to + "; " + column.peer.command}, to + ".log");
   column.wall.push_back(run.wall);
@@ -88,6 +96,34 @@ bool copyOnce(Column& column, const std::string& from, const std::string& to, bo
                  run.text.c_str());
   std::filesystem::remove_all(to);
   return good;
+}
+
+void tell(const char* what, double reached, double target, bool met) {
+  std::printf("  %s %.2f, target %.2f: %s\n", what, reached, target, met ? "met" : "MISSED");
+}
+
+// Says which targets were reached; the first column is tamrix.
+void judge(const Work& work, const Place& place, const std::vector<Column>& columns, double limit) {
+  const Column& own = columns.front();
+  const double wall = tamrix::bench::median(own.wall);
+  for (const Column& column : columns) {
+    const std::string& name = column.peer.name;
+    if (name == own.peer.name) continue;
+    const double overCp = place.inMemory ? work.overCpInMemory : work.overCp;
+    const double target = name == "cp" ? overCp : name == "rsync" ? work.overRsync : work.overOthers;
+    const double reached = tamrix::bench::median(column.wall) / wall;
+    if (target > 0) tell(("speed over " + name + "'s").c_str(), reached, target, reached >= target);
+    if (name != "cp") continue;
+    const double cpu = tamrix::bench::median(own.cpu) / tamrix::bench::median(column.cpu);
+    tell("processor time over cp's", cpu, kMostCpuOverCp, cpu <= kMostCpuOverCp);
+    if (work.sparse && own.blocks > column.blocks) std::printf("  more blocks used than cp: MISSED\n");
+  }
+  if (place.inMemory && work.ofLimitInMemory > 0) {
+    tell("of the limit", limit / wall, work.ofLimitInMemory, limit / wall >= work.ofLimitInMemory);
+  }
+  const double most = kPool + kRecord * static_cast<double>(work.sizes.size());
+  const double peak = tamrix::bench::median(own.peak);
+  tell("MiB of memory", peak / (1 << 20), most / (1 << 20), peak <= most);
 }
 
 void print(const Work& work, const Place& place, bool attributes, const std::vector<Column>& columns,
@@ -106,6 +142,7 @@ void print(const Work& work, const Place& place, bool attributes, const std::vec
     std::printf("\n");
   }
   std::printf("  %-12s %9.3f %9.2f %9.2f\n", "limit", limit, limit / own, 1.0);
+  judge(work, place, columns, limit);
   std::fflush(stdout);
 }
 
@@ -121,10 +158,13 @@ bool compare(const Work& work, const Place& place, bool attributes, const std::s
   for (const Peer& peer : peersFor(work, program, attributes)) columns.emplace_back().peer = peer;
   std::vector<double> limits;
   for (int round = 0; round < rounds; ++round) {
-    for (Column& column : columns) {
-      if (!copyOnce(column, from, to, attributes, round == 0)) return false;
+    // Whoever comes first finds another machine than who comes last, so all take turns.
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      Column& column = columns[(i + static_cast<std::size_t>(round)) % columns.size()];
+      if (!copyOnce(column, work, from, to, attributes, round == 0)) return false;
     }
     sync();
+    tamrix::bench::warmMemory(work);
     limits.push_back(tamrix::bench::limitSeconds(work, from, to));
     std::filesystem::remove_all(to);
   }
@@ -147,7 +187,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    for (const Place& place : {Place{"in memory", argv[2]}, Place{"on disk", argv[3]}}) {
+    for (const Place& place : {Place{"in memory", argv[2], true}, Place{"on disk", argv[3], false}}) {
       for (const Work& work : tamrix::bench::allWork(scale)) {
         for (const bool attributes : {true, false}) {
           if (!compare(work, place, attributes, argv[1], rounds)) return 1;

@@ -12,6 +12,13 @@ struct Work {
   std::string name;
   std::vector<std::int64_t> sizes;  // bytes, one a file
   bool sparse = false;              // 64 KiB of data at the start of each MiB, holes between
+  // What tamrix is to reach: its speed as a multiple of cp's, rsync's and any other's; in memory, the share
+  // of the limit's speed. 0: none.
+  double overCp = 0;
+  double overCpInMemory = 0;
+  double overRsync = 0;
+  double overOthers = 0;
+  double ofLimitInMemory = 0;
 };
 
 // The kinds of work, sizes divided by `scale`.
@@ -28,6 +35,11 @@ bool sameTrees(const std::string& a, const std::string& b, bool attributes);
 // The slower of the two, in seconds: reading all files of `root` through one small buffer, and writing as
 // many files of the same sizes (holes as holes) from memory into `target`, which must not exist.
 double limitSeconds(const Work& work, const std::string& root, const std::string& target);
+
+// Sees to it that the system has free memory at hand for a copy of the work: takes as much and gives it back.
+// What a virtual machine has not used for a while it must first get from its host, which costs more than the
+// copy.
+void warmMemory(const Work& work);
 
 // Blocks of 512 bytes that the files below `root` take.
 std::int64_t blocksUsed(const std::string& root);

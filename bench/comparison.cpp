@@ -20,7 +20,9 @@ class BestRuns : public benchmark::BenchmarkReporter {
       std::string name = run.run_name.function_name;
       if (!run.run_name.args.empty()) name += "/" + run.run_name.args;
       double& best = speeds[name];
-      best = std::max(best, run.counters.at("bytes_per_second").value);
+      const auto items = run.counters.find("items_per_second");
+      best = std::max(best, items != run.counters.end() ? items->second.value
+                                                        : run.counters.at("bytes_per_second").value);
     }
   }
 
