@@ -66,7 +66,8 @@ int BufferQ::createQ(int moduleCount, const StopFlag& stop) {
     const MutexLock lock(mutex_);
     position(0).head = 0;
     position(0).tail = static_cast<std::uint32_t>(bufferCount_ - 1);
-    leadLimit_ = std::max(kShortLead, std::int64_t{4} * bufferSize_);
+    const std::int64_t lead = std::max(kShortLead, std::int64_t{4} * bufferSize_);
+    leadLimit_ = lead < std::int64_t{bufferCount_} * bufferSize_ ? lead : kLongLead;
   }
   return inFile ? setupFile(path) : setupMem();
 }

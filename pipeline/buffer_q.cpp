@@ -7,7 +7,6 @@
 #include <cassert>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "log/logger.h"
@@ -104,13 +103,13 @@ bool BufferQ::mayGet(int moduleId) const {
   return position(moduleId).head != kStarved && (moduleId != 0 || lead_ < leadLimit_);
 }
 
-// The reader is left asleep until a good part of its room is empty again: it wakes once for many buffers, and
-// a tape that is faster than the destination runs and stops in long stretches. Slots and lead come back
-// without its help.
+// The reader is left asleep until a good part of the ring is empty again, or most of a short lead is used up:
+// it wakes once for many buffers, and a tape that is faster than the destination runs and stops in long
+// stretches. Slots and lead come back without its help.
 bool BufferQ::readerShouldWake() const {
   const auto slots = static_cast<std::uint32_t>(bufferCount_);
   return slotsOf(position(0)) >= std::max(1U, slots / kReaderWakeShare) &&
-         lead_ <= leadLimit_ - leadLimit_ / kReaderWakeShare;
+         lead_ <= leadLimit_ / kReaderWakeShare;
 }
 
 // Keeps account of the reader's lead, to which holes add nothing, and of the buffers that are free again.
@@ -127,7 +126,7 @@ void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {
 
 void BufferQ::allowLongLead() {
   const MutexLock lock(mutex_);
-  leadLimit_ = std::numeric_limits<std::int64_t>::max();
+  leadLimit_ = kLongLead;
 }
 
 std::uint32_t BufferQ::slotsOf(const ModulePosition& position) const {

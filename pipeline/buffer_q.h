@@ -15,13 +15,13 @@
 // Starved and fed. A module without slots is starved (`head` is kStarved) and waits on its predecessor's
 // condition. Only the predecessor's put feeds it, by setting its head, and wakes it; a module that is not
 // starved finds its grown run by itself. A module becomes starved only by its own put of the last slot it
-// owned. A starved stage is woken at once, the reader when a quarter of its room has come back to it.
+// owned. A starved stage is woken at once, the reader when a quarter of the ring has come back to it.
 //
 // Short lead, long lead. While the source is as fast as memory, reading far ahead gains nothing and costs a
 // pass through memory that no cache holds; the reader is then kept to a lead of kShortLead bytes (4 buffers
-// at least) over the last stage. The first source that is slower opens the whole ring, for the rest of the
-// run: buffering is what keeps a tape streaming. Buffers are handed out most recently used first, so that a
-// short lead also touches little of the pool.
+// at least) over the last stage, and woken when it has a quarter of that left. The first source that is
+// slower opens the whole ring, for the rest of the run: buffering is what keeps a tape streaming. Buffers are
+// handed out most recently used first, so that a short lead also touches little of the pool.
 //
 // End of data. The reader marks the last buffer of the run with endOfData. Every module reads that mark
 // before it puts the slot (afterwards the slot is the successor's), passes it on, and ends.
@@ -40,6 +40,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -76,8 +77,9 @@ class BufferQ {
  public:
   static constexpr std::uint32_t kStarved = ~std::uint32_t{0};
   static constexpr int kMaxModules = 4;
-  static constexpr std::int64_t kShortLead = 1 << 20;   // bytes
-  static constexpr std::uint32_t kReaderWakeShare = 4;  // the reader wakes when this part of its room is free
+  static constexpr std::int64_t kShortLead = 3 << 19;  // bytes: what a core's own cache holds
+  static constexpr std::int64_t kLongLead = std::numeric_limits<std::int64_t>::max();
+  static constexpr std::uint32_t kReaderWakeShare = 4;  // see "Starved and fed", "Short lead, long lead"
   enum class Mode { kMemory = 0, kBufferFile = 1 };
 
   // `waitRound`: how long a starved module waits before it looks at the stop flag.
