@@ -1,6 +1,5 @@
 #include "reader/pair_probes.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <new>
 
@@ -31,22 +30,23 @@ PairProbes::~PairProbes() {
 
 const PairProbe& PairProbes::next() {
   fill();
-  const std::size_t number = taken_++;
-  awaitProbe(number);
-  Place& place = placeOf(number);
+  Place& place = placeOf(taken_++);
+  while (place.state.load(std::memory_order_acquire) == kPending) {
+    if (!probeOne(resolvers_)) place.state.wait(kPending, std::memory_order_acquire);
+  }
   if (place.state.load(std::memory_order_relaxed) == kNoMemory) throw std::bad_alloc();
   return place.probe;
 }
 
-// Gives places to the current pair and those that follow it, once half of them are free.
+// Gives places to the pairs from the current one on, once enough are free.
 void PairProbes::fill() {
   const std::size_t before = filled_.load(std::memory_order_relaxed);
-  if (before - taken_ > kPlaces / 2) return;
+  if (before - taken_ > kPlaces - kFillAtOnce) return;
   std::size_t filled = before;
   for (; filled - taken_ < kPlaces; ++filled) {
-    PairProbe& pair = placeOf(filled).probe;
-    if (!lister_.peek(filled - taken_, pair.source, pair.destination)) break;
-    placeOf(filled).state.store(kToProbe, std::memory_order_release);
+    Place& place = placeOf(filled);
+    if (!lister_.peek(filled - taken_, place.probe.source, place.probe.destination)) break;
+    place.state.store(kPending, std::memory_order_relaxed);
   }
   if (filled == before) return;
   filled_.store(filled, std::memory_order_release);
@@ -57,38 +57,23 @@ void PairProbes::fill() {
   }
 }
 
-void PairProbes::awaitProbe(std::size_t number) {
-  Place& wanted = placeOf(number);
-  if (tryProbe(wanted, resolvers_)) return;
-  const std::size_t filled = filled_.load(std::memory_order_relaxed);
-  for (std::size_t ahead = number + 1; wanted.state.load(std::memory_order_acquire) == kClaimed; ++ahead) {
-    if (ahead < filled) {
-      tryProbe(placeOf(ahead), resolvers_);
-    } else {
-      wanted.state.wait(kClaimed, std::memory_order_acquire);
-    }
-  }
-}
-
-// The helper may look at a place that has its next pair by now; that one is as good.
 void PairProbes::run() {
   Resolvers resolvers;
-  for (std::size_t number = 0;;) {
+  for (;;) {
     const std::size_t filled = filled_.load(std::memory_order_acquire);
     if (filled == kEnd) return;
-    if (number == filled) {
-      filled_.wait(filled, std::memory_order_acquire);
-      continue;
-    }
-    number = std::max(number, filled - std::min(filled, kPlaces));
-    tryProbe(placeOf(number++), resolvers);
+    if (!probeOne(resolvers)) filled_.wait(filled, std::memory_order_acquire);
   }
 }
 
-bool PairProbes::tryProbe(Place& place, Resolvers& resolvers) {
-  int expected = kToProbe;
-  if (!place.state.compare_exchange_strong(expected, kClaimed, std::memory_order_acquire)) return false;
-  int result = kReady;
+bool PairProbes::probeOne(Resolvers& resolvers) {
+  const std::size_t filled = filled_.load(std::memory_order_acquire);
+  std::size_t number = claimed_.load(std::memory_order_relaxed);
+  do {
+    if (number >= filled || filled == kEnd) return false;
+  } while (!claimed_.compare_exchange_weak(number, number + 1, std::memory_order_relaxed));
+  Place& place = placeOf(number);
+  State result = kReady;
   try {
     probePair(place.probe, resolvers.source, resolvers.destination);
   } catch (const std::bad_alloc&) {

@@ -29,9 +29,11 @@ struct PairProbe {
 // Purpose: most of a listing's time is the system's, in calls that have nothing to do with each other. A few
 // hundred pairs are probed ahead of the one that is taken, by a helper thread, and by the caller instead of
 // waiting. Nothing is logged; the listing is as it would be without.
-// How: each place of a ring holds a pair whose state goes from kToProbe by kClaimed to kReady; whoever gets
-// it to kClaimed probes it. Only the caller fills places and takes from them. Threads: next on the thread
-// that lists. Lifetime: one lister's sequence; the lister outlives it.
+// How: pairs are numbered, and each has a place in a ring from when it is filled in to when it is taken.
+// Whoever counts claimed_ up past a number probes that pair. Only the caller fills places and takes from
+// them.
+//
+// Threads: next on the thread that lists. Lifetime: one lister's sequence; the lister outlives it.
 class PairProbes : private Thread {
  public:
   explicit PairProbes(const FileLister& lister);
@@ -42,10 +44,10 @@ class PairProbes : private Thread {
   const PairProbe& next();
 
  private:
-  enum State : int { kToProbe, kClaimed, kReady, kNoMemory };
+  enum State : int { kPending, kReady, kNoMemory };
   struct Place {
     PairProbe probe;
-    std::atomic<int> state = kReady;
+    std::atomic<int> state = kPending;
   };
   // What a thread that probes keeps between pairs.
   struct Resolvers {
@@ -54,23 +56,23 @@ class PairProbes : private Thread {
   };
 
   static constexpr std::size_t kPlaces = 256;
+  static constexpr std::size_t kFillAtOnce = 32;        // places, so that the helper is not woken for each
   static constexpr std::size_t kWorthAThread = 64;      // pairs
   static constexpr std::size_t kEnd = ~std::size_t{0};  // in filled_: no more pairs come
 
   void run() override;
   void fill();
-  void awaitProbe(std::size_t number);
-  // Probes the pair in `place` unless another thread does or did. Returns whether it did.
-  static bool tryProbe(Place& place, Resolvers& resolvers);
+  // Claims the next pair that has a place, and probes it. Returns false when there is none.
+  bool probeOne(Resolvers& resolvers);
   Place& placeOf(std::size_t number) { return places_[number % kPlaces]; }
 
   const FileLister& lister_;
   const std::unique_ptr<Place[]> places_;
-  // Of the pairs, by their number in the sequence. Written by the caller only.
-  std::atomic<std::size_t> filled_ = 0;  // all before this one have a place, or had one
-  std::size_t taken_ = 0;
+  std::atomic<std::size_t> filled_ = 0;   // pairs before this one have, or had, a place; the caller's to set
+  std::atomic<std::size_t> claimed_ = 0;  // pairs before this one are probed or being probed
+  std::size_t taken_ = 0;                 // the caller's, like the rest
   bool started_ = false;
-  Resolvers resolvers_;  // the caller's
+  Resolvers resolvers_;
 };
 
 }  // namespace tamrix
