@@ -103,7 +103,8 @@ void tell(const char* what, double reached, double target, bool met) {
 }
 
 // Says which targets were reached; the first column is tamrix.
-void judge(const Work& work, const Place& place, const std::vector<Column>& columns, double limit) {
+void judge(const Work& work, const Place& place, bool attributes, const std::vector<Column>& columns,
+           double limit) {
   const Column& own = columns.front();
   const double wall = tamrix::bench::median(own.wall);
   for (const Column& column : columns) {
@@ -112,7 +113,8 @@ void judge(const Work& work, const Place& place, const std::vector<Column>& colu
     const double overCp = place.inMemory ? work.overCpInMemory : work.overCp;
     const double target = name == "cp" ? overCp : name == "rsync" ? work.overRsync : work.overOthers;
     const double reached = tamrix::bench::median(column.wall) / wall;
-    if (target > 0) tell(("speed over " + name + "'s").c_str(), reached, target, reached >= target);
+    if (target > 0 && (attributes || !work.targetsWithAttributesOnly))
+      tell(("speed over " + name + "'s").c_str(), reached, target, reached >= target);
     if (name != "cp") continue;
     const double cpu = tamrix::bench::median(own.cpu) / tamrix::bench::median(column.cpu);
     tell("processor time over cp's", cpu, kMostCpuOverCp, cpu <= kMostCpuOverCp);
@@ -142,7 +144,7 @@ void print(const Work& work, const Place& place, bool attributes, const std::vec
     std::printf("\n");
   }
   std::printf("  %-12s %9.3f %9.2f %9.2f\n", "limit", limit, limit / own, 1.0);
-  judge(work, place, columns, limit);
+  judge(work, place, attributes, columns, limit);
   std::fflush(stdout);
 }
 

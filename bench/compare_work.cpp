@@ -87,9 +87,12 @@ void writeContent(const Work& work, std::size_t number, const File& file) {
   if (work.sparse && ftruncate(file.fd(), size) != 0) fail("ftruncate");
 }
 
+// As on a volume to which the directories were written one after the other, in another order than their
+// names'.
 bool setAttributes(int fd, std::size_t number) {
+  const std::size_t directory = number / kFilesPerDirectory * 7919 % 100003;
   const std::pair<const char*, std::string> attributes[] = {
-      {"user.ltfs.startblock", std::to_string(number * 7919 % 100003)},
+      {"user.ltfs.startblock", std::to_string(directory * kFilesPerDirectory + number % kFilesPerDirectory)},
       {"user.ltfs.partition", "b"},
       {"user.ltfs.volumeUUID", "30a91a08-daae-48d1-ae75-69804e61d2ea"},
   };
@@ -146,7 +149,8 @@ std::vector<Work> allWork(std::int64_t scale) {
   std::vector<Work> all = {
       {"one 2 GiB file", {(std::int64_t{2} << 30) / scale}, false, 1, 1.2, 0, 0, 0.85},
       {"64 files of 32 MiB", std::vector<std::int64_t>(files(64), 32 << 20), false, 1, 1.2, 0, 0, 0.85},
-      {"20,000 files of 4 KiB", std::vector<std::int64_t>(files(20000), 4096), false, 1.3, 1.3, 2.5, 0, 0},
+      {"20,000 files of 4 KiB", std::vector<std::int64_t>(files(20000), 4096), false, 1.3, 1.3, 2.5, 0, 0,
+       true},
       {"log-uniform mix", {}, false, 1, 1, 1, 1, 0},
       {"sparse 1 GiB file", {(std::int64_t{1} << 30) / scale}, true, 1, 1, 0, 0, 0},
   };

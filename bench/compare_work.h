@@ -19,6 +19,7 @@ struct Work {
   double overRsync = 0;
   double overOthers = 0;
   double ofLimitInMemory = 0;
+  bool targetsWithAttributesOnly = false;
 };
 
 // The kinds of work, sizes divided by `scale`.

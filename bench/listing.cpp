@@ -85,7 +85,8 @@ void makeTree(const std::string& root, int count) {
   const int directories = count / kFilesPerDirectory;
   const int workers = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
   std::filesystem::create_directories(root);
-  const auto work = [&](int worker) {
+  std::vector<std::exception_ptr> errors(static_cast<std::size_t>(workers));
+  const auto makeShare = [&](int worker) {
     for (int directory = worker; directory < directories; directory += workers) {
       const int first = directory * kFilesPerDirectory;
       const std::string path = root + "/" + directoryName(first);
@@ -95,8 +96,20 @@ void makeTree(const std::string& root, int count) {
       }
     }
   };
-  std::vector<std::jthread> threads;
-  for (int worker = 0; worker < workers; ++worker) threads.emplace_back(work, worker);
+  const auto work = [&](int worker) {
+    try {
+      makeShare(worker);
+    } catch (...) {
+      errors[static_cast<std::size_t>(worker)] = std::current_exception();
+    }
+  };
+  {
+    std::vector<std::jthread> threads;
+    for (int worker = 0; worker < workers; ++worker) threads.emplace_back(work, worker);
+  }
+  for (const std::exception_ptr& error : errors) {
+    if (error != nullptr) std::rethrow_exception(error);
+  }
 }
 
 // A batch file with the first `count` files of a tree, a file element per directory.
