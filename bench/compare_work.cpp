@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <random>
+#include <stdexcept>
 #include <system_error>
 
 namespace tamrix::bench {
@@ -25,6 +26,7 @@ namespace fs = std::filesystem;
 constexpr std::int64_t kPiece = 1 << 20;       // what is made, compared and written at a time
 constexpr std::int64_t kSparseData = 1 << 16;  // data in each piece of a sparse file
 constexpr std::size_t kSmallBuffer = 1 << 17;
+constexpr std::size_t kFileOverhead = 8192;  // what a file takes of memory beside its data, at most
 constexpr std::size_t kFilesPerDirectory = 200;
 constexpr time_t kModified = 1500000000;
 
@@ -87,12 +89,17 @@ void writeContent(const Work& work, std::size_t number, const File& file) {
   if (work.sparse && ftruncate(file.fd(), size) != 0) fail("ftruncate");
 }
 
-// As on a volume to which the directories were written one after the other, in another order than their
-// names'.
-bool setAttributes(int fd, std::size_t number) {
-  const std::size_t directory = number / kFilesPerDirectory * 7919 % 100003;
+// The place of a file on a volume to which the directories were written one after the other, in another order
+// than their names'; with `scattered`, all files in another order than their names'.
+std::size_t startBlock(std::size_t number, bool scattered) {
+  const auto elsewhere = [](std::size_t n) { return n * 7919 % 100003; };
+  if (scattered) return elsewhere(number);
+  return elsewhere(number / kFilesPerDirectory) * kFilesPerDirectory + number % kFilesPerDirectory;
+}
+
+bool setAttributes(int fd, std::size_t block) {
   const std::pair<const char*, std::string> attributes[] = {
-      {"user.ltfs.startblock", std::to_string(directory * kFilesPerDirectory + number % kFilesPerDirectory)},
+      {"user.ltfs.startblock", std::to_string(block)},
       {"user.ltfs.partition", "b"},
       {"user.ltfs.volumeUUID", "30a91a08-daae-48d1-ae75-69804e61d2ea"},
   };
@@ -151,13 +158,15 @@ std::vector<Work> allWork(std::int64_t scale) {
       {"64 files of 32 MiB", std::vector<std::int64_t>(files(64), 32 << 20), false, 1, 1.2, 0, 0, 0.85},
       {"20,000 files of 4 KiB", std::vector<std::int64_t>(files(20000), 4096), false, 1.3, 1.3, 2.5, 0, 0,
        true},
+      {"20,000 files of 4 KiB, scattered", std::vector<std::int64_t>(files(20000), 4096), false, 0, 0, 0, 0,
+       0, true, true},
       {"log-uniform mix", {}, false, 1, 1, 1, 1, 0},
       {"sparse 1 GiB file", {(std::int64_t{1} << 30) / scale}, true, 1, 1, 0, 0, 0},
   };
   std::mt19937_64 random(7);
   std::uniform_real_distribution<double> exponent(0, 24);  // 1 byte to 16 MiB
   for (std::size_t i = 0; i < files(1500); ++i) {
-    all[3].sizes.push_back(static_cast<std::int64_t>(std::exp2(exponent(random))));
+    all[4].sizes.push_back(static_cast<std::int64_t>(std::exp2(exponent(random))));
   }
   return all;
 }
@@ -167,7 +176,7 @@ bool makeWork(const Work& work, const std::string& root, bool attributes) {
   for (std::size_t i = 0; i < work.sizes.size(); ++i) {
     const File file(nameOf(root, i), O_WRONLY | O_CREAT | O_EXCL);
     writeContent(work, i, file);
-    if (attributes && !setAttributes(file.fd(), i)) return false;
+    if (attributes && !setAttributes(file.fd(), startBlock(i, work.scattered))) return false;
     const timespec times[2] = {{kModified, 0}, {kModified + static_cast<time_t>(i), 123456000}};
     if (futimens(file.fd(), times) != 0) fail("futimens");
   }
@@ -213,7 +222,7 @@ double limitSeconds(const Work& work, const std::string& root, const std::string
 
 void warmMemory(const Work& work) {
   std::size_t bytes = 0;
-  for (const std::int64_t size : work.sizes) bytes += static_cast<std::size_t>(size) + kSmallBuffer;
+  for (const std::int64_t size : work.sizes) bytes += static_cast<std::size_t>(size) + kFileOverhead;
   // In a process of its own: the peak memory of a program counts from that of the one that starts it.
   const pid_t child = fork();
   if (child == 0) {
@@ -221,7 +230,8 @@ void warmMemory(const Work& work) {
     _exit(mmap(nullptr, bytes, PROT_READ | PROT_WRITE, flags, -1, 0) == MAP_FAILED ? 1 : 0);
   }
   int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child || status != 0) fail("taking memory");
+  if (child < 0 || waitpid(child, &status, 0) != child) fail("taking memory");
+  if (status != 0) throw std::runtime_error("not as much memory free as the work takes");
 }
 
 std::int64_t blocksUsed(const std::string& root) {

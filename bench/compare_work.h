@@ -20,6 +20,8 @@ struct Work {
   double overOthers = 0;
   double ofLimitInMemory = 0;
   bool targetsWithAttributesOnly = false;
+  bool scattered =
+      false;  // neighbours in a directory lie far from each other on tape; else it is in one piece
 };
 
 // The kinds of work, sizes divided by `scale`.

@@ -1,5 +1,6 @@
 // What the parts cost that every buffer, line or pair passes through: handing a buffer on, a log line that is
-// not shown, looking for conflicts of a pair; each beside the least that its job could cost.
+// not shown, looking for conflicts of a pair. The first two stand beside the least that the job could cost,
+// the last beside the same among few pairs.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/stat.h>

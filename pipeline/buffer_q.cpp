@@ -103,9 +103,9 @@ bool BufferQ::mayGet(int moduleId) const {
   return position(moduleId).head != kStarved && (moduleId != 0 || lead_ < leadLimit_);
 }
 
-// The reader is left asleep until a good part of the ring is empty again, or most of a short lead is used up:
-// it wakes once for many buffers, and a tape that is faster than the destination runs and stops in long
-// stretches. Slots and lead come back without its help.
+// The reader is left asleep until a good part of the ring is empty again and no more than a quarter of a
+// short lead is still to be written: it wakes once for many buffers, and a tape that is faster than the
+// destination runs and stops in long stretches. Slots and lead come back without its help.
 bool BufferQ::readerShouldWake() const {
   const auto slots = static_cast<std::uint32_t>(bufferCount_);
   return slotsOf(position(0)) >= std::max(1U, slots / kReaderWakeShare) &&

@@ -77,7 +77,7 @@ int CopyList::takeAllPairs() {
 }
 
 int CopyList::takePairs(FileLister& lister) {
-  PairProbes probes(lister);
+  PairProbes probes(lister, interactive_ ? PairProbes::When::kInTurn : PairProbes::When::kAhead);
   for (;;) {
     if (globals_.stopExecution.isSet()) return 1;
     const int next = lister.getNextFile();

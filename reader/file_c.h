@@ -34,6 +34,7 @@ struct FileC {
   std::int64_t readOffset = 0;  // of the next byte to read
   std::int32_t fd = -1;
   bool isOpen = false;
+  bool mayHaveHoles = false;  // while open: it is asked for them, and read by position
 
   // Writer stage only.
   std::int32_t dstFd = -1;

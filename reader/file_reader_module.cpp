@@ -80,9 +80,8 @@ int FileReaderModule::openFile(FileC& file) {
   }
   file.isOpen = true;
   struct stat status {};
-  mayHaveHoles_ = globals_.sparseMode != 0 && fstat(file.fd, &status) == 0 &&
-                  status.st_blocks * kStatBlock < file.fileSize;
-  dataFrom_ = 0;
+  file.mayHaveHoles = globals_.sparseMode != 0 && fstat(file.fd, &status) == 0 && S_ISREG(status.st_mode) &&
+                      status.st_blocks * kStatBlock < file.fileSize;
   return 0;
 }
 
@@ -119,8 +118,8 @@ ssize_t FileReaderModule::readData(const BufferSlot& slot, const FileC& file, st
   if (wanted == 0) return 0;
   const auto start = std::chrono::steady_clock::now();
   // Looking for holes moves the file's position.
-  const ssize_t n =
-      mayHaveHoles_ ? pread(file.fd, slot.data, wanted, file.readOffset) : read(file.fd, slot.data, wanted);
+  const ssize_t n = file.mayHaveHoles ? pread(file.fd, slot.data, wanted, file.readOffset)
+                                      : read(file.fd, slot.data, wanted);
   if (!sourceIsSlow_) {
     const int error = errno;
     accountRead(n, std::chrono::steady_clock::now() - start);
@@ -130,17 +129,12 @@ ssize_t FileReaderModule::readData(const BufferSlot& slot, const FileC& file, st
 }
 
 bool FileReaderModule::isHole(const FileC& file, std::int64_t length) {
-  if (!mayHaveHoles_) return false;
-  if (dataFrom_ >= 0 && file.readOffset >= dataFrom_) dataFrom_ = findData(file);
-  return file.readOffset + length <= dataFrom_;
-}
-
-std::int64_t FileReaderModule::findData(const FileC& file) {
-  const off_t found = lseek(file.fd, file.readOffset, SEEK_DATA);
-  if (found >= 0 || errno != ENXIO) return found;
-  // None up to the end. That a file was cut short is to be found out by reading it.
+  if (!file.mayHaveHoles) return false;
+  const off_t data = lseek(file.fd, file.readOffset, SEEK_DATA);
+  if (data >= 0) return file.readOffset + length <= data;
+  // No data up to the end. That a file was cut short is to be found out by reading it.
   struct stat status {};
-  return fstat(file.fd, &status) == 0 && status.st_size >= file.fileSize ? file.fileSize : -1;
+  return errno == ENXIO && fstat(file.fd, &status) == 0 && status.st_size >= file.fileSize;
 }
 
 void FileReaderModule::accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time) {
@@ -174,7 +168,6 @@ int FileReaderModule::continueAt(FileC& file, const Extent& extent) {
     return 1;
   }
   file.readOffset = extent.offset;
-  dataFrom_ = std::min<std::int64_t>(dataFrom_, 0);
   return 0;
 }
 

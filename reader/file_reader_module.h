@@ -37,9 +37,7 @@ class FileReaderModule : public ReaderModule {
   int closeFile(FileC& file);
   int continueAt(FileC& file, const Extent& extent);
   // Whether the next `length` bytes of the file are a hole, as far as its file system tells.
-  bool isHole(const FileC& file, std::int64_t length);
-  // Where the file has data again from readOffset on: its size when nowhere, -1 when that can't be told.
-  static std::int64_t findData(const FileC& file);
+  static bool isHole(const FileC& file, std::int64_t length);
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
 
@@ -49,8 +47,6 @@ class FileReaderModule : public ReaderModule {
   CopyList copyList_;
   std::size_t position_ = 0;  // in the copy list: the extent being read
   std::int64_t totalRead_ = 0;
-  bool mayHaveHoles_ = false;  // the open file, which then is read by pread
-  std::int64_t dataFrom_ = 0;  // where it has data, from readOffset or before on; -1: not to be told
   bool sourceIsSlow_ = false;
   std::int64_t sampleBytes_ = 0;  // of the speed being measured
   std::chrono::steady_clock::duration sampleTime_{};

@@ -19,8 +19,8 @@ void probePair(PairProbe& pair, PathResolver& sources, PathResolver& destination
 
 }  // namespace
 
-PairProbes::PairProbes(const FileLister& lister)
-    : Thread("lister"), lister_(lister), places_(std::make_unique<Place[]>(kPlaces)) {}
+PairProbes::PairProbes(const FileLister& lister, When when)
+    : Thread("lister"), lister_(lister), when_(when), places_(std::make_unique<Place[]>(kPlaces)) {}
 
 PairProbes::~PairProbes() {
   filled_.store(kEnd, std::memory_order_release);
@@ -42,8 +42,10 @@ const PairProbe& PairProbes::next() {
 void PairProbes::fill() {
   const std::size_t before = filled_.load(std::memory_order_relaxed);
   if (before - taken_ > kPlaces - kFillAtOnce) return;
+  if (when_ == When::kInTurn) resolvers_ = {};
+  const std::size_t most = when_ == When::kInTurn ? 1 : kPlaces;
   std::size_t filled = before;
-  for (; filled - taken_ < kPlaces; ++filled) {
+  for (; filled - taken_ < most; ++filled) {
     Place& place = placeOf(filled);
     if (!lister_.peek(filled - taken_, place.probe.source, place.probe.destination)) break;
     place.state.store(kPending, std::memory_order_relaxed);
@@ -51,8 +53,8 @@ void PairProbes::fill() {
   if (filled == before) return;
   filled_.store(filled, std::memory_order_release);
   filled_.notify_one();
-  if (!started_ && filled - taken_ >= kWorthAThread) {
-    started_ = true;
+  if (!triedToStart_ && filled - taken_ >= kWorthAThread) {
+    triedToStart_ = true;
     (void)start();  // without a thread the caller probes them all
   }
 }
@@ -79,7 +81,7 @@ bool PairProbes::probeOne(Resolvers& resolvers) {
   } catch (const std::bad_alloc&) {
     result = kNoMemory;
   }
-  place.state.store(result, std::memory_order_release);
+  place.state.store(result);  // not to be passed by the look for a waiter
   place.state.notify_one();
   return true;
 }

@@ -28,7 +28,8 @@ struct PairProbe {
 
 // Purpose: most of a listing's time is the system's, in calls that have nothing to do with each other. A few
 // hundred pairs are probed ahead of the one that is taken, by a helper thread, and by the caller instead of
-// waiting. Nothing is logged; the listing is as it would be without.
+// waiting. Nothing is logged; the listing is as it would be without. Where a person may take time between
+// pairs, and change what the next ones mean, each is probed when its turn comes.
 // How: pairs are numbered, and each has a place in a ring from when it is filled in to when it is taken.
 // Whoever counts claimed_ up past a number probes that pair. Only the caller fills places and takes from
 // them.
@@ -36,7 +37,9 @@ struct PairProbe {
 // Threads: next on the thread that lists. Lifetime: one lister's sequence; the lister outlives it.
 class PairProbes : private Thread {
  public:
-  explicit PairProbes(const FileLister& lister);
+  enum class When { kAhead, kInTurn };
+
+  PairProbes(const FileLister& lister, When when);
   ~PairProbes() override;
 
   // The probe of the lister's current pair; valid until the next call. Throws std::bad_alloc.
@@ -67,11 +70,12 @@ class PairProbes : private Thread {
   Place& placeOf(std::size_t number) { return places_[number % kPlaces]; }
 
   const FileLister& lister_;
+  const When when_;
   const std::unique_ptr<Place[]> places_;
   std::atomic<std::size_t> filled_ = 0;   // pairs before this one have, or had, a place; the caller's to set
   std::atomic<std::size_t> claimed_ = 0;  // pairs before this one are probed or being probed
   std::size_t taken_ = 0;                 // the caller's, like the rest
-  bool started_ = false;
+  bool triedToStart_ = false;
   Resolvers resolvers_;
 };
 

@@ -56,14 +56,13 @@ std::size_t pathTextHash(std::string_view path) {
 
 PathIdentity PathResolver::resolve(const std::string& path, struct stat& status) {
   const std::string_view directory = std::string_view(path).substr(0, parentLength(path));
-  const bool directoryIsMissing = directory == lastDirectory_ && lastIdentity_.inode != 0 &&
-                                  !lastIdentity_.exists(directory) && lastError_ == ENOENT;
-  if (!directoryIsMissing) {
+  int error = ENOENT;
+  if (!lastIsMissing_ || directory != lastDirectory_) {
     if (stat(path.c_str(), &status) == 0) return {status.st_dev, status.st_ino, path.size()};
-    lastError_ = errno;
+    error = errno;
     resolveDirectory(directory);
   }
-  errno = lastError_;
+  errno = error;
   return lastIdentity_;
 }
 
@@ -73,9 +72,14 @@ void PathResolver::resolveDirectory(std::string_view directory) {
   lastIdentity_ = {};
   struct stat status {};
   std::string existing(directory);
-  while (!existing.empty() && stat(existing.c_str(), &status) != 0) existing.resize(parentLength(existing));
+  lastIsMissing_ = false;
+  while (!existing.empty() && stat(existing.c_str(), &status) != 0) {
+    if (existing.size() == directory.size()) lastIsMissing_ = errno == ENOENT;
+    existing.resize(parentLength(existing));
+  }
   // An absolute path comes down to the root, a relative one to the working directory.
   if (existing.empty() && stat(directory.starts_with('/') || directory.empty() ? "/" : ".", &status) != 0) {
+    lastIsMissing_ = false;
     return;
   }
   lastIdentity_ = {status.st_dev, status.st_ino, existing.size()};

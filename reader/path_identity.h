@@ -27,7 +27,8 @@ bool samePathText(std::string_view a, std::string_view b);
 std::size_t pathTextHash(std::string_view path);
 
 // Purpose: finds identities at the price of one stat(2) per path, while the paths' directories repeat.
-// Threads: one. Lifetime: a listing; a directory made meanwhile may go unseen.
+// Threads: one. Lifetime: a listing; a directory made meanwhile may go unseen, with
+// what is in it.
 class PathResolver {
  public:
   // The identity of `path`; `status` is set when the file exists. errno is stat's when it does not.
@@ -39,7 +40,7 @@ class PathResolver {
 
   std::string lastDirectory_;
   PathIdentity lastIdentity_;
-  int lastError_ = 0;  // stat's, of the last path that was not found
+  bool lastIsMissing_ = false;  // lastDirectory_ does not exist, so nothing in it does
 };
 
 }  // namespace tamrix

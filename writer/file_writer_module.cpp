@@ -190,9 +190,9 @@ int FileWriterModule::completeFile(FileC& file) {
     discardDestination(file);
     return 1;
   }
+  copyAttributes(file);
   openList_.erase(file.srcPath);
   current_ = nullptr;
-  copyAttributes(file);
   if (closeCompleted(file) != 0) return 1;
 
   const bool timesKept = copyTimes(file) == 0;
