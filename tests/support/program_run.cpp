@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -44,7 +43,7 @@ int memoryFile(std::string_view content) {
   return fd;
 }
 
-// Appends what can be read to `to`. Closes the descriptor at the end; a terminal ends with an error.
+// Appends what can be read to `to`. Closes the descriptor at the end.
 void drain(int& fd, std::string& to) {
   std::array<char, 65536> piece{};
   const ssize_t n = read(fd, piece.data(), piece.size());
@@ -120,24 +119,16 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
   std::signal(SIGPIPE, SIG_IGN);  // a child that has ended reads nothing more
   // Findings must not pass for the program's own status 1.
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS"}) setenv(name, "exitcode=99", 0);
-  Streams theirs;
-  if (options.onTerminal) {
-    input_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    require(input_ >= 0 && grantpt(input_) == 0 && unlockpt(input_) == 0, "terminal");
-    for (int& fd : theirs) fd = open(ptsname(input_), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    out_ = fcntl(input_, F_DUPFD_CLOEXEC, 0);
-  } else {
-    std::array<std::array<int, 2>, 3> pipes{};
-    for (auto& ends : pipes) require(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
-    theirs = {pipes[0][0], pipes[1][1], pipes[2][1]};
-    input_ = pipes[0][1];
-    out_ = pipes[1][0];
-    err_ = pipes[2][0];
-    if (options.input) {
-      close(theirs[0]);
-      closeIfOpen(input_);
-      theirs[0] = memoryFile(*options.input);
-    }
+  std::array<std::array<int, 2>, 3> pipes{};
+  for (auto& ends : pipes) require(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
+  Streams theirs = {pipes[0][0], pipes[1][1], pipes[2][1]};
+  input_ = pipes[0][1];
+  out_ = pipes[1][0];
+  err_ = pipes[2][0];
+  if (options.input) {
+    close(theirs[0]);
+    closeIfOpen(input_);
+    theirs[0] = memoryFile(*options.input);
   }
   start(args, options, theirs);
   for (const int fd : theirs) close(fd);
@@ -153,10 +144,6 @@ void RunningProgram::start(const std::vector<std::string>& args, const ProgramOp
   pid_ = fork();
   require(pid_ >= 0, "fork");
   if (pid_ == 0) {
-    if (options.onTerminal) {
-      setsid();
-      ioctl(theirs[0], TIOCSCTTY, 0);
-    }
     for (int number = 0; number < 3; ++number) {
       const auto other = options.descriptors.find(number);
       const int fd =

@@ -27,7 +27,6 @@ struct ProgramOptions {
   std::map<__rlimit_resource, rlim_t> limits{};  // soft and hard
   std::vector<int> ignoredSignals = {};
   mode_t umask = 022;
-  bool onTerminal = false;  // the three streams are a terminal of the run's own; what it shows is `out`
 };
 
 // What came of a run.
