@@ -107,18 +107,5 @@ TEST(BatchSchema, agreesWithTheReaderExceptWhereNamed) {
   EXPECT_EQ(differences, named);
 }
 
-TEST(BatchDocs, everyXmlBlockIsAnExampleFile) {
-  std::set<std::string> examples;
-  for (const std::string& file : filesIn({kExamples})) examples.insert(test::readFile(file));
-  const std::string docs = test::readFile("docs/batch-files.md");
-  const std::string open = "```xml\n";
-  std::set<std::string> blocks;
-  for (std::size_t at = docs.find(open); at != std::string::npos; at = docs.find(open, at)) {
-    at += open.size();
-    blocks.insert(docs.substr(at, docs.find("```", at) - at));
-  }
-  EXPECT_EQ(blocks, examples);
-}
-
 }  // namespace
 }  // namespace tamrix

@@ -95,20 +95,5 @@ TEST(BatchXmlReader, hugeTextAndDeepNestingAreRefusedAtTheParsersBounds) {
   }
 }
 
-TEST(BatchXmlReader, refusedPassLeavesNothingBehindForTheNextOne) {
-  const CapturedLog captured;
-  const TempDir dir;
-  BatchXmlReader reader(
-      dir.file("batch.xml", kFileStart + "<sf rename='b'>a</sf></file><file><sf>c</sf>" + kFileEnd));
-  std::vector<BatchPair> pairs;
-  EXPECT_EQ(reader.getFileListInBatch(pairs), -1);
-  EXPECT_EQ(reader.getFileListInBatch(pairs), -1);
-  EXPECT_EQ(captured.count(msg::kBatchNoSrcpath), 2);
-  dir.file("batch.xml", kFileStart + "<sf>d</sf>" + kFileEnd);
-  EXPECT_EQ(reader.getFileListInBatch(pairs), 0);
-  ASSERT_EQ(pairs.size(), 3U);
-  EXPECT_EQ(pairs[2].destination, "/d/d");
-}
-
 }  // namespace
 }  // namespace tamrix

@@ -23,33 +23,6 @@ class PropertiesTest : public testing::Test {
   Properties store_;
 };
 
-TEST_F(PropertiesTest, defaultsAreTheTwelveOptionsInKeyOrder) {
-  store_.listDefaults();
-  EXPECT_EQ(captured_.outputText(),
-            "List of properties and their default settings\n"
-            " batchfile=\n buffer-size=128KB\n dstpath=.\n ignore-vendor-check=disable\n"
-            " interactive=disable\n loglevel=INFO\n recursive=disable\n sparse=disable\n srcpath=.\n"
-            " srcspec=\n timer=disable\n total-buffer-size=400MB\n"
-            "End of List\n");
-}
-
-TEST_F(PropertiesTest, onlyKeysAndValuesOfTheTableAreStored) {
-  EXPECT_EQ(store_.addProperty("LogLevel", "DEBUG"), 0);
-  EXPECT_EQ(store_.addProperty("loglevel", "debug"), 1);
-  EXPECT_EQ(captured_.count(msg::kPropInvalid, "loglevel", "debug"), 1);
-  EXPECT_EQ(stored("loglevel"), "DEBUG");
-  EXPECT_EQ(store_.addProperty("Verify", "warn"), 1);
-  EXPECT_EQ(captured_.count(msg::kPropInvalid, "verify", "warn"), 1);
-}
-
-TEST_F(PropertiesTest, lookUpFormsDifferOnEmptyValues) {
-  const char* pointer = nullptr;
-  EXPECT_EQ(store_.getProperty("srcspec", pointer), -1);
-  EXPECT_STREQ(pointer, "");
-  EXPECT_EQ(store_.getProperty("nothing", pointer), -1);
-  EXPECT_EQ(pointer, nullptr);
-}
-
 TEST_F(PropertiesTest, argumentsAreStoredOrRefused) {
   store_.lock();
   const std::string path = "/" + std::string(5000, 'p');

@@ -1,17 +1,12 @@
-// The pieces of the listing that need no files: wildcards, order, path texts.
+// The pieces of the listing that need no files: wildcards, path texts, the table behind the look-up of paths.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "reader/extent.h"
-#include "reader/file_c.h"
 #include "reader/number_table.h"
 #include "reader/path_identity.h"
 #include "reader/wildcard.h"
-#include "tests/support/captured_log.h"
 
 namespace tamrix {
 namespace {
@@ -68,53 +63,6 @@ TEST(PathText, doubledSlashesAndDotsAreFoldedAndNothingElse) {
   EXPECT_TRUE(samePathText("", "/"));
 }
 
-TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
-  struct stat status {};
-  FileC zoo("/1/zoo", "/o/zoo", status);
-  FileC ant("/2/ant", "/o/ant", status);
-  const auto extent = [](std::string_view volume, char partition, std::int64_t block, std::int64_t offset,
-                         FileC& file) {
-    Extent made;
-    std::ranges::copy(volume, made.volumeUuid.begin());
-    made.partition = static_cast<signed char>(partition);
-    made.startBlock = block;
-    made.offset = offset;
-    made.file = &file;
-    return made;
-  };
-  const std::vector<Extent> ordered = {
-      extent("", '?', 9, 0, ant),
-      extent("", '?', 1, 0, zoo),
-      extent("0-uuid", 'b', 900, 0, zoo),
-      extent("1-uuid", '\xe4', 5, 0, zoo),  // compared as signed
-      extent("1-uuid", 'a', 900, 0, zoo),
-      extent("1-uuid", 'b', -4, 0, zoo),
-      extent("1-uuid", 'b', 20, 0, zoo),
-      extent("1-uuid", 'b', 20, 7, ant),
-      extent("1-uuid", 'b', 1LL << 40, 0, ant),
-  };
-  for (std::size_t i = 0; i < ordered.size(); ++i) {
-    for (std::size_t j = 0; j < ordered.size(); ++j) {
-      EXPECT_EQ(extentLess(ordered[i], ordered[j]), i < j) << i << ' ' << j;
-    }
-  }
-  // Only the first one's partition is looked at for a missing position: by name, and by partition.
-  const Extent emptyFile = extent("", 'a', 0, 0, ant);
-  EXPECT_FALSE(extentLess(ordered[1], emptyFile));
-  EXPECT_FALSE(extentLess(emptyFile, ordered[1]));
-
-  // Sorting agrees with the order, and leaves equal ones as they were.
-  std::minstd_rand random(1);
-  std::vector<Extent> copies;
-  for (int i = 0; i < 2000; ++i) copies.push_back(ordered[random() % ordered.size()]);
-  std::vector<Extent*> sorted;
-  for (Extent& each : copies) sorted.push_back(&each);
-  std::vector<Extent*> expected = sorted;
-  std::ranges::stable_sort(expected, [](const Extent* a, const Extent* b) { return extentLess(*a, *b); });
-  sortInTapeOrder(sorted);
-  EXPECT_EQ(sorted, expected);
-}
-
 TEST(NumberTable, findsEveryNumberHoweverTheHashesFall) {
   constexpr std::size_t kCount = 3000;
   for (const std::size_t stride : {std::size_t{0}, std::size_t{1}, std::size_t{4096}, std::size_t{1} << 40}) {
@@ -127,50 +75,6 @@ TEST(NumberTable, findsEveryNumberHoweverTheHashesFall) {
       table.add(i * stride, static_cast<NumberTable::Number>(i));
     }
     for (std::size_t i = 0; i < kCount; ++i) ASSERT_EQ(find(i), i) << stride;
-  }
-}
-
-TEST(EaList, keepsOrderAndBytesAndIsLookedUpWithinItsLimits) {
-  test::CapturedLog captured;
-  struct stat status {};
-  FileC file("/s", "/d", status);
-  const std::string nul("x\0y", 3);
-  const std::string longName(255, 'n');
-  const std::string longValue(255, 'v');
-  const std::string big(256, 'b');
-  const std::vector<std::pair<std::string, std::string>> attributes = {
-      {"user.z", nul},    {"user.a", "1"},   {longName, longValue},
-      {"user.empty", ""}, {"user.big", big}, {"user.zeros", std::string(70000, '\0')}};
-  for (const auto& [name, value] : attributes) file.eaList.add(name, value.data(), value.size());
-  std::vector<std::pair<std::string, std::string>> seen;
-  for (const ExtendedAttr& attr : file.eaList) {
-    EXPECT_EQ(attr.value == nullptr, attr.valueLength == 0);
-    seen.emplace_back(attr.name, attr.value == nullptr ? "" : std::string(attr.value, attr.valueLength));
-  }
-  EXPECT_EQ(seen, attributes);
-
-  struct Row {
-    std::string name;
-    std::string value;  // empty: none
-    std::string message;
-  };
-  const Logger& log = captured.logger();
-  const Row rows[] = {
-      {"user.a", "1", log.format(msg::kGetEaFound, "1")},
-      {longName, longValue, log.format(msg::kGetEaFound, longValue)},
-      {"user.z", "x", log.format(msg::kGetEaFound, "x")},
-      {"user.none", "", log.format(msg::kGetEaNotFound)},
-      {"user.empty", "", log.format(msg::kEaNameNotConverted)},
-      {"", "", log.format(msg::kEaNameNotConverted)},
-      {"user.big", "", log.format(msg::kEaTooLong, "user.big", 8)},
-      {longName + "n", "", log.format(msg::kEaTooLong, longName + "n", 256)},
-  };
-  for (const Row& row : rows) {
-    captured.clear();
-    std::string value;
-    EXPECT_EQ(file.getEA(row.name, value), row.value.empty() ? 1 : 0) << row.name;
-    EXPECT_TRUE(row.value.empty() || value == row.value) << row.name;
-    EXPECT_TRUE(captured.logText().ends_with(row.message + "\n")) << captured.logText();
   }
 }
 
