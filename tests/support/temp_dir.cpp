@@ -32,16 +32,6 @@ std::string TempDir::file(std::string_view name, std::string_view content) const
   return path.string();
 }
 
-std::string TempDir::tapeFile(std::string_view name, std::string_view content, std::string_view volumeUuid,
-                              char partition, long long startBlock) const {
-  const std::string path = file(name, content);
-  setXattr(path, "user.ltfs.startblock", std::to_string(startBlock));
-  setXattr(path, "user.ltfs.partition", std::string(1, partition));
-  setXattr(path, "user.ltfs.volumeUUID", volumeUuid);
-  setXattr(path, "user.ltfs.softwareVendor", "VOQ");
-  return path;
-}
-
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream content;

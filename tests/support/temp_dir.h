@@ -20,9 +20,6 @@ class TempDir {
 
   // Makes the file `name` (and the directories above it) with `content`; returns its absolute path.
   std::string file(std::string_view name, std::string_view content = "") const;
-  // As file, with the extended attributes of a file on a mounted volume.
-  std::string tapeFile(std::string_view name, std::string_view content, std::string_view volumeUuid,
-                       char partition, long long startBlock) const;
 
  private:
   std::string path_;
