@@ -8,22 +8,8 @@
 
 namespace tamrix::test {
 
-namespace {
-
-std::string contentOf(int fd) {
-  std::string content(static_cast<std::size_t>(lseek(fd, 0, SEEK_END)), '\0');
-  const ssize_t n = pread(fd, content.data(), content.size(), 0);
-  content.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
-  return content;
-}
-
-}  // namespace
-
 CapturedLog::CapturedLog(Level level)
-    : logFd_(memfd_create("log", MFD_CLOEXEC)),
-      outputFd_(memfd_create("output", MFD_CLOEXEC)),
-      logger_(logFd_, outputFd_),
-      before_(tamrix::logger) {
+    : fd_(memfd_create("log", MFD_CLOEXEC)), logger_(fd_, fd_), before_(tamrix::logger) {
   if (logger_.LoadMessage("tamrix") != 0 || logger_.init(level) != 0) {
     std::cerr << "CapturedLog: no catalogue\n";
     std::abort();
@@ -33,34 +19,18 @@ CapturedLog::CapturedLog(Level level)
 
 CapturedLog::~CapturedLog() {
   tamrix::logger = before_;
-  close(logFd_);
-  close(outputFd_);
+  close(fd_);
 }
 
-std::string CapturedLog::logText() const { return contentOf(logFd_); }
-
-std::string CapturedLog::outputText() const { return contentOf(outputFd_); }
-
-std::vector<std::string> CapturedLog::logLines() const {
-  std::vector<std::string> lines;
-  const std::string text = logText();
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = text.find('\n', at);
-    lines.push_back(text.substr(at, end - at));
-    if (end == std::string::npos) break;
-    at = end + 1;
-  }
-  return lines;
+std::string CapturedLog::logText() const {
+  std::string content(static_cast<std::size_t>(lseek(fd_, 0, SEEK_END)), '\0');
+  const ssize_t n = pread(fd_, content.data(), content.size(), 0);
+  content.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
+  return content;
 }
 
-void CapturedLog::clear() {
-  if (ftruncate(logFd_, 0) != 0 || ftruncate(outputFd_, 0) != 0) std::abort();
-  lseek(logFd_, 0, SEEK_SET);
-  lseek(outputFd_, 0, SEEK_SET);
-}
-
-int CapturedLog::countLines(const std::string& text, const std::string& line) {
-  const std::string whole = "\n" + text;
+int CapturedLog::countLines(const std::string& line) const {
+  const std::string whole = "\n" + logText();
   const std::string wanted = "\n" + line + "\n";
   int count = 0;
   for (std::size_t at = whole.find(wanted); at != std::string::npos; at = whole.find(wanted, at + 1)) ++count;

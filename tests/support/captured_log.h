@@ -2,13 +2,12 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "log/logger.h"
 
 namespace tamrix::test {
 
-// While it lives, `tamrix::logger` is a logger at the given level whose lines go to files in memory.
+// While it lives, `tamrix::logger` is a logger at the given level whose lines go to a file in memory.
 // One at a time, made and destroyed on the test's thread while no stage runs.
 class CapturedLog {
  public:
@@ -19,28 +18,18 @@ class CapturedLog {
 
   Logger& logger() { return logger_; }
 
-  // All that was written so far.
+  // All that was written so far, to either stream.
   std::string logText() const;
-  std::string outputText() const;
-  std::vector<std::string> logLines() const;
-
-  // How many log lines (of plain lines: outputCount) are exactly this message with these arguments.
+  // How many lines are exactly this message with these arguments.
   template <class... Args>
   int count(MessageId<Args...> id, std::type_identity_t<Args>... args) const {
-    return countLines(logText(), logger_.format(id, args...));
+    return countLines(logger_.format(id, args...));
   }
-  template <class... Args>
-  int outputCount(MessageId<Args...> id, std::type_identity_t<Args>... args) const {
-    return countLines(outputText(), logger_.format(id, args...));
-  }
-  // Forgets what was written.
-  void clear();
 
  private:
-  static int countLines(const std::string& text, const std::string& line);
+  int countLines(const std::string& line) const;
 
-  const int logFd_;
-  const int outputFd_;
+  const int fd_;
   Logger logger_;
   Logger* const before_;
 };

@@ -87,7 +87,6 @@ void enterSurroundings(const ProgramOptions& options) {
   umask(options.umask);
   prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
   prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
-  if (!options.workingDirectory.empty() && chdir(options.workingDirectory.c_str()) != 0) _exit(126);
 }
 
 }  // namespace

@@ -20,7 +20,6 @@ namespace tamrix::test {
 
 // What surrounds a run. The default is an ordinary user's: root is run without its power over file modes.
 struct ProgramOptions {
-  std::string workingDirectory = {};                                // empty: the test's own
   std::map<std::string, std::optional<std::string>> environment{};  // changes to the test's own; none: unset
   std::optional<std::string> input = {};         // standard input; none: a pipe that send() feeds
   std::map<int, int> descriptors = {};           // stands in for the standard stream; -1: closed
