@@ -4,7 +4,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "pipeline/buffer_q.h"
 #include "tests/support/captured_log.h"
@@ -17,10 +16,10 @@ using namespace std::chrono_literals;
 
 class RingTest : public testing::Test {
  protected:
-  void create(BufferQ& ring, int modules, int count, int size = 16) {
+  void create(BufferQ& ring, int count, int size) {
     properties_.set("buffer-size", std::to_string(size));
     properties_.set("total-buffer-size", std::to_string(count * size));
-    ASSERT_EQ(ring.createQ(modules, globals_.stopExecution), 0);
+    ASSERT_EQ(ring.createQ(2, globals_.stopExecution), 0);
   }
 
   // Takes `count` buffers through a stage.
@@ -38,32 +37,10 @@ class RingTest : public testing::Test {
   PipelineGlobals globals_;
 };
 
-TEST_F(RingTest, buffersReachEveryStageInOrderAndWhole) {
-  for (const int count : {1, 2, 7}) {
-    BufferQ ring;
-    create(ring, 3, count);
-    const auto stage = [&](int id) {
-      std::uint64_t number = 0;
-      pass(ring, id, 5000, [&](BufferSlot& slot) {
-        if (id == 0) {
-          slot.length = 0;
-          slot.offset = number;
-        }
-        EXPECT_EQ(slot.offset, number++);
-        EXPECT_EQ(slot.length, id);
-        slot.data[slot.length++] = static_cast<char>(id);
-      });
-    };
-    std::vector<std::thread> threads;
-    for (int id = 0; id < 3; ++id) threads.emplace_back(stage, id);
-    for (std::thread& thread : threads) thread.join();
-  }
-}
-
 TEST_F(RingTest, theReaderKeepsAShortLeadUntilALongOneIsAllowed) {
   constexpr int kBuffers = 32;
   BufferQ ring;
-  create(ring, 2, kBuffers, 1 << 20);
+  create(ring, kBuffers, 1 << 20);
   const auto fill = [](BufferSlot& slot) { slot.length = slot.capacity; };
   std::thread reader([&] { pass(ring, 0, 1000, fill); });
   std::set<const char*> buffers;
@@ -78,7 +55,7 @@ TEST_F(RingTest, theReaderKeepsAShortLeadUntilALongOneIsAllowed) {
 TEST_F(RingTest, aWaitOutlastsItsRoundsUntilASlotOrAStopComes) {
   captured_.logger().reinit(kDebug, false);
   BufferQ ring(1ms);
-  create(ring, 2, 1);
+  create(ring, 1, 16);
   int stopped = 0;
   BufferSlot* slot = nullptr;
   std::thread starved([&] {
