@@ -10,48 +10,12 @@
 namespace tamrix {
 namespace {
 
-class PropertiesTest : public testing::Test {
- protected:
-  PropertiesTest() { EXPECT_TRUE(store_.setDefaults()); }
-
-  std::string stored(const std::string& key) const {
-    std::string value;
-    return store_.getProperty(key, value) == 0 ? value : "<absent>";
-  }
-
-  test::CapturedLog captured_;
-  Properties store_;
-};
-
-TEST_F(PropertiesTest, defaultsAreTheTwelveOptionsInKeyOrder) {
-  store_.listDefaults();
-  EXPECT_EQ(captured_.outputText(),
-            "List of properties and their default settings\n"
-            " batchfile=\n buffer-size=128KB\n dstpath=.\n ignore-vendor-check=disable\n"
-            " interactive=disable\n loglevel=INFO\n recursive=disable\n sparse=disable\n srcpath=.\n"
-            " srcspec=\n timer=disable\n total-buffer-size=400MB\n"
-            "End of List\n");
+std::string stored(const Properties& store, const std::string& key) {
+  std::string value;
+  return store.getProperty(key, value) == 0 ? value : "<absent>";
 }
 
-TEST_F(PropertiesTest, onlyKeysAndValuesOfTheTableAreStored) {
-  EXPECT_EQ(store_.addProperty("LogLevel", "DEBUG"), 0);
-  EXPECT_EQ(store_.addProperty("loglevel", "debug"), 1);
-  EXPECT_EQ(captured_.count(msg::kPropInvalid, "loglevel", "debug"), 1);
-  EXPECT_EQ(stored("loglevel"), "DEBUG");
-  EXPECT_EQ(store_.addProperty("Verify", "warn"), 1);
-  EXPECT_EQ(captured_.count(msg::kPropInvalid, "verify", "warn"), 1);
-}
-
-TEST_F(PropertiesTest, lookUpFormsDifferOnEmptyValues) {
-  const char* pointer = nullptr;
-  EXPECT_EQ(store_.getProperty("srcspec", pointer), -1);
-  EXPECT_STREQ(pointer, "");
-  EXPECT_EQ(store_.getProperty("nothing", pointer), -1);
-  EXPECT_EQ(pointer, nullptr);
-}
-
-TEST_F(PropertiesTest, argumentsAreStoredOrRefused) {
-  store_.lock();
+TEST(Properties, argumentsAreStoredOrRefused) {
   const std::string path = "/" + std::string(5000, 'p');
   const std::string longPath = "-srcpath=" + path;
   const struct {
@@ -73,17 +37,23 @@ TEST_F(PropertiesTest, argumentsAreStoredOrRefused) {
       {"-=x", 1, "", "x"},
   };
   for (const auto& row : rows) {
-    captured_.clear();
+    const test::CapturedLog captured;
+    Properties store;
+    ASSERT_TRUE(store.setDefaults());
+    store.lock();
     // What follows a refused argument is not looked at.
     const char* argv[] = {"tamrix", row.argument, "-alsobogus"};
-    EXPECT_EQ(store_.parseArgs(row.result == 0 ? 2 : 3, argv), row.result) << row.argument;
-    EXPECT_EQ(captured_.outputCount(msg::kPropArgRefused, row.key, row.value), row.result) << row.argument;
-    EXPECT_EQ(captured_.outputCount(msg::kPropArgHint), row.result) << row.argument;
-    EXPECT_TRUE(row.result == 1 || stored(row.key) == row.value) << row.argument;
+    EXPECT_EQ(store.parseArgs(row.result == 0 ? 2 : 3, argv), row.result) << row.argument;
+    EXPECT_EQ(captured.count(msg::kPropArgRefused, row.key, row.value), row.result) << row.argument;
+    EXPECT_EQ(captured.count(msg::kPropArgHint), row.result) << row.argument;
+    EXPECT_TRUE(row.result == 1 || stored(store, row.key) == row.value) << row.argument;
   }
 }
 
-TEST_F(PropertiesTest, relativePathsBecomeAbsolute) {
+TEST(Properties, relativePathsBecomeAbsolute) {
+  const test::CapturedLog captured;
+  Properties store;
+  ASSERT_TRUE(store.setDefaults());
   ASSERT_EQ(chdir("/usr/lib"), 0);
   ASSERT_EQ(setenv("HOME", "/home/op", 1), 0);
   const std::pair<const char*, const char*> rows[] = {
@@ -102,9 +72,9 @@ TEST_F(PropertiesTest, relativePathsBecomeAbsolute) {
       {"a b\n", "/usr/lib/a b\n"},
   };
   for (const auto& [given, absolute] : rows) {
-    ASSERT_EQ(store_.addProperty("srcpath", given), 0);
-    EXPECT_EQ(store_.updatePath("srcpath"), 0) << given;
-    EXPECT_EQ(stored("srcpath"), absolute) << given;
+    ASSERT_EQ(store.addProperty("srcpath", given), 0);
+    EXPECT_EQ(store.updatePath("srcpath"), 0) << given;
+    EXPECT_EQ(stored(store, "srcpath"), absolute) << given;
   }
   ASSERT_EQ(chdir("/"), 0);
 }

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <cstring>
+#include <functional>
 
 #include "tests/program/copy_scene.h"
 
@@ -56,18 +57,19 @@ TEST(Failure, aDestinationThatAnotherProcessHasLockedIsNotWrittenTo) {
 TEST(Failure, aFileOverTheSizeLimitIsDeletedAndReported) {
   const CopyScene scene;
   scene.addSource("a", "small");
-  const std::string b = scene.addSource("b", std::string(200000, 'b'));
+  // More than the ring holds: the reader waits when the writer fails.
+  const std::string b = scene.addSource("b", std::string(400000, 'b'));
   const std::string to = scene.destination("b");
   const std::string behindLink = scene.dir() / "elsewhere";
   scene.addSource("c", "small");
-  const std::vector<std::pair<std::string, std::string>> rows = {
-      {"-buffer-size=50000B", text(msg::kWriteFailed, strerror(EFBIG))},
-      {"-buffer-size=1MB", text(msg::kWriteIncomplete, to, 150000, 200000)},
-      {"-sparse", text(msg::kWriteTruncateFailed)}};
-  for (const auto& [option, message] : rows) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> rows = {
+      {{"-buffer-size=50000B", "-total-buffer-size=100000B"}, text(msg::kWriteFailed, strerror(EFBIG))},
+      {{"-buffer-size=1MB"}, text(msg::kWriteIncomplete, to, 150000, 400000)},
+      {{"-sparse"}, text(msg::kWriteTruncateFailed)}};
+  for (const auto& [options, message] : rows) {
     for (const bool linked : {false, true}) {
       if (linked) std::filesystem::create_symlink(behindLink, to);
-      const ProgramRun run = scene.copy({option}, {.limits = {{RLIMIT_FSIZE, 150000}}});
+      const ProgramRun run = scene.copy(options, {.limits = {{RLIMIT_FSIZE, 150000}}});
       EXPECT_EQ(run.status, 1) << run;
       EXPECT_EQ(run.count(message), 1) << message << run;
       EXPECT_EQ(run.count(text(msg::kStatusError, b, to)), 1) << run;
@@ -100,38 +102,28 @@ const std::vector<std::string> kSlowly = {"-recursive", "-loglevel=DEBUG", "-buf
 TEST(Interrupt, whereverTheRunIsItEndsWithWholeFilesOrNone) {
   const CopyScene scene;
   for (int i = 0; i < 3000; ++i) scene.addSource("many/" + std::to_string(i), "x");
-  scene.addEndlessSource("large");
-  const std::vector<std::string> places = {"",  // as soon as it is started
-                                           "FRM:SFLgetNextFile - Next file", text(msg::kRingStarved, 0),
-                                           text(msg::kRingStarved, 1)};
-  for (const std::string& words : places) {
+  const std::string large = scene.addEndlessSource("large");
+  const std::string copying = "\nCopy " + large;
+  for (const std::string& words : {std::string(),  // as soon as it is started
+                                   std::string("FRM:SFLgetNextFile - Next file"), copying,
+                                   text(msg::kRingStarved, 0), text(msg::kRingStarved, 1)}) {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-      RunningProgram program(scene.args(kSlowly));
+      std::vector<std::string> args = scene.args(kSlowly);
+      if (words == copying && number == SIGINT) args.emplace_back("-sparse");
+      RunningProgram program(args);
       EXPECT_TRUE(words.empty() || program.waitForText(words)) << words;
       program.signal(number);
-      const int status = program.wait().status;
-      // Before it is ready for signals there is nothing yet to end in good order.
-      EXPECT_TRUE(status == 128 + number || (words.empty() && status == -number)) << words << status;
+      const ProgramRun& run = program.wait();
       for (const auto& [name, content] : scene.copied())
         EXPECT_TRUE(content == "<dir>" || content == "x") << name << " is left half, " << words;
+      // Before it is ready for signals there is nothing yet to end in good order.
+      if (words.empty() && run.status == -number) continue;
+      EXPECT_EQ(run.status, 128 + number) << words << run;
+      EXPECT_EQ(run.count(text(msg::kMainInterrupted, number)), 1) << run;
+      EXPECT_EQ(run.count(text(msg::kMainEnded, 128 + number)), 1) << run;
+      if (words != copying) continue;
+      EXPECT_EQ(run.count(text(msg::kStatusError, large, scene.destination("large"))), 1) << run;
     }
-  }
-}
-
-TEST(Interrupt, theFirstSignalEndsACopyThatIsReported) {
-  const CopyScene scene;
-  const std::string a = scene.addEndlessSource("a");
-  for (const auto& [number, sparse] : {std::pair(SIGINT, "-sparse"), {SIGHUP, "-sparse=disable"}}) {
-    std::vector<std::string> args = scene.args(kSlowly);
-    args.push_back(sparse);
-    RunningProgram program(args);
-    EXPECT_TRUE(program.waitForText("\nCopy "));
-    program.signal(number);
-    const ProgramRun& run = program.wait();
-    EXPECT_EQ(run.count(text(msg::kMainInterrupted, number)), 1) << run;
-    EXPECT_EQ(run.count(text(msg::kStatusError, a, scene.destination("a"))), 1) << run;
-    EXPECT_EQ(run.count(text(msg::kMainEnded, 128 + number)), 1) << run;
-    EXPECT_TRUE(scene.copied().empty()) << run;
   }
 }
 
@@ -158,6 +150,80 @@ TEST(Interrupt, anIgnoredHangUpStaysIgnored) {
   program.send("y\n");
   EXPECT_EQ(program.wait().status, 0) << program.wait();
   EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
+}
+
+// The question about the second file holds the run between listing and reading the first.
+TEST(ChangedSource, betweenListingAndReading) {
+  using Path = const std::string&;
+  const auto resize = [](auto size) {
+    return [size](Path path) { std::filesystem::resize_file(path, size); };
+  };
+  struct Row {
+    std::function<void(Path)> change;
+    std::string message;  // empty: the run goes well
+    std::string params = "";
+  };
+  const std::string early = "ERROR Source file ended early";
+  for (const Row& row : std::vector<Row>{
+           {resize(3000000U), ""},
+           {resize(3U), early},
+           {resize(0U), early},
+           {resize(0U), early, "<sparse>enable</sparse>"},
+           {[](Path path) { unlink(path.c_str()); }, "ERROR Opening file"},
+           {[](Path path) { unlink(path.c_str()), mkdir(path.c_str(), 0700); }, "ERROR Reading data"},
+           {[](Path path) { unlink(path.c_str()), mkfifo(path.c_str(), 0600); }, early}}) {
+    const CopyScene scene;
+    const std::string first = scene.addSource("1", "as listed");
+    scene.addSource("2", "new");
+    scene.addDestination("2");
+    RunningProgram program(
+        scene.batch({{first, scene.destination("1")}, {scene.source("2"), scene.destination("2")}},
+                    row.params + "<interactive>enable</interactive>"));
+    ASSERT_TRUE(program.waitForText("(y/n/a) "));
+    row.change(first);
+    program.send("y\n");
+    const ProgramRun& run = program.wait();
+    const bool well = row.message.empty();
+    EXPECT_EQ(run.status, well ? 0 : 1) << run;
+    EXPECT_NE(run.err.find(row.message), std::string::npos) << row.message << run;
+    EXPECT_EQ(scene.copied(), well ? (Contents{{"1", "as listed"}, {"2", "new"}}) : (Contents{{"2", "old"}}))
+        << run;
+  }
+}
+
+// Whatever a limit cuts off, the run ends, says so, and leaves whole files or none.
+TEST(Limits, onDescriptorsMemoryAndThreads) {
+  struct Row {
+    __rlimit_resource resource;
+    rlim_t first;
+    rlim_t step;
+    const char* reached;  // what a run says that went far
+  };
+  std::vector<Row> rows = {{RLIMIT_NOFILE, 3, 1, ""}};
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // their own memory passes every limit
+  rows.push_back({RLIMIT_AS, 8 << 20, 2 << 20, "ERROR Cannot start module"});
+#endif
+  const CopyScene scene;
+  for (const char* name : {"a", "b/c/d", "e"}) scene.addSource(name, std::string(50000, *name));
+  for (const Row& row : rows) {
+    bool reached = false;
+    int worked = 0;
+    for (rlim_t limit = row.first; worked < 2; limit += row.step) {
+      const ProgramRun run = scene.copy({"-recursive", "-buffer-size=4KB", "-total-buffer-size=64KB"},
+                                        {.limits = {{row.resource, limit}}});
+      for (const auto& [name, content] : scene.copied())
+        EXPECT_TRUE(content == "<dir>" || content.size() == 50000) << name << " under " << limit << run;
+      // Under a low limit on memory the program may not even be loaded.
+      EXPECT_TRUE(run.status == 0 || run.status < 0 || run.status == 127 ||
+                  run.err.find("ERROR") != run.err.npos || run.out.find("Unable") != run.out.npos ||
+                  (run.out + run.err).find('-') == run.out.npos)
+          << limit << run;
+      reached = reached || (run.status != 0 && run.err.find(row.reached) != run.err.npos);
+      worked += run.status == 0 ? 1 : 0;
+      scene.removeCopies();
+    }
+    EXPECT_TRUE(reached) << row.reached;
+  }
 }
 
 }  // namespace

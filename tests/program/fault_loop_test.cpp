@@ -2,6 +2,8 @@
 // absent or complete, and status and messages say which.
 //
 // The faults come from a preloaded shared object (tests/support/fault_shim.cpp).
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <tuple>
@@ -103,6 +105,24 @@ class FaultScene {
 };
 
 class FaultLoop : public testing::TestWithParam<std::tuple<Call, From, bool>> {};
+
+// A directory that could not be examined once is not taken for one that does not exist: what is in it may be
+// a source.
+TEST(FailedStat, ofADirectoryHidesNothingInIt) {
+  for (int n = 1; n < 12; ++n) {
+    const CopyScene scene;
+    const std::string a = scene.addSource("a", "a");
+    const std::string b = scene.addSource("b", std::string(3000000, 'b'));
+    ASSERT_EQ(symlink(b.c_str(), scene.destination("b").c_str()), 0);
+    const ProgramRun run = runProgram(
+        scene.batch({{a, scene.destination("a")}, {b, scene.destination("b")}}),
+        {.environment = {{"LD_PRELOAD", TAMRIX_FAULT_SHIM},
+                         {"TAMRIX_FAULT", "stat " + std::to_string(n) + " errno " + std::to_string(EIO) +
+                                              " " + (scene.dir() / "target")}}});
+    EXPECT_EQ(run.status, 1) << n << run;
+    EXPECT_TRUE(test::readFile(b) == std::string(3000000, 'b')) << n << run;
+  }
+}
 
 // Makes each call of the run fail in turn, until there is none left that could.
 TEST_P(FaultLoop, leavesWholeFilesOrNoneAndSaysWhich) {

@@ -17,6 +17,7 @@ TEST(Listing, patternAndRecursionSelectTheFiles) {
       {{}, ".hidden a.dat b.txt "},
       {{"-srcspec=x.dat"}, ""},
       {{"-srcspec=?.dat"}, "a.dat "},
+      {{"-srcpath=" + scene.source("x.dat//"), "-recursive"}, "deep deep/er.dat in.dat t.txt "},
       {{"-srcspec=*.dat", "-recursive"}, "a.dat x.dat x.dat/deep x.dat/deep/er.dat x.dat/in.dat "}};
   for (const auto& [options, expected] : rows) {
     const ProgramRun run = scene.copy(options);
@@ -63,6 +64,25 @@ TEST(Listing, whatCannotBeExaminedIsToldAndTheRestCopied) {
   EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
 }
 
+TEST(Listing, theVendorIsLookedForOnBothSidesUpToTheNearestExistingDirectory) {
+  struct Row {
+    const char* sourceVendor;
+    const char* targetVendor;
+    bool passes;
+  };
+  for (const Row& row :
+       {Row{"", "", false}, {"VOQ LTFS 2.4", "", true}, {"", "VOQ", true}, {"XVOQ", "VO", false}}) {
+    const CopyScene scene;
+    test::setXattr(scene.addSource("a"), "user.ltfs.softwareVendor", row.sourceVendor);
+    test::setXattr(scene.destination(""), "user.ltfs.softwareVendor", row.targetVendor);
+    const ProgramRun run =
+        scene.copy({"-ignore-vendor-check=disable", "-dstpath=" + scene.destination("new/deeper")});
+    EXPECT_EQ(run.status, row.passes ? 0 : 1) << run;
+    EXPECT_EQ(run.count(text(msg::kMainNoLtfsSide)), row.passes ? 0 : 1) << run;
+    EXPECT_EQ(test::readFile(scene.destination("new/deeper/a")), row.passes ? "new" : "") << run;
+  }
+}
+
 TEST(SameFile, isNeitherOpenedNorCutAndTheOthersAreCopied) {
   const CopyScene scene;
   const std::string a = scene.addSource("a", "precious");
@@ -104,14 +124,28 @@ TEST(SameFile, asBothEndsOfDifferentPairsEndsTheRunBeforeAByteIsWritten) {
       {{{b, hardA}, {a, x}}, text(msg::kListConflictChain, b, a, x)},
       {{{a, x}, {b, linkX}}, text(msg::kListConflictSameDestination, a, b, linkX)},
       {{{a, y}, {b, doubledY}}, text(msg::kListConflictSameDestination, a, b, doubledY)},
-      {{{a, y}, {b, yViaDir}}, text(msg::kListConflictSameDestination, a, b, yViaDir)}};
+      {{{a, y}, {b, yViaDir}}, text(msg::kListConflictSameDestination, a, b, yViaDir)},
+      // A missing source that an earlier pair makes.
+      {{{a, y}, {y, scene.destination("z")}}, text(msg::kListConflictChain, a, y, scene.destination("z"))},
+      // The first of two clashes.
+      {{{a, y}, {b, x}, {x, a}}, text(msg::kListConflictChain, x, a, y)}};
+  // A long list is probed ahead by another thread; the clash is with pairs far before.
+  CopyScene::Pairs others;
+  for (int i = 0; i < 3000; ++i) {
+    const std::string name = "other" + std::to_string(i);
+    others.emplace_back(scene.addSource(name), scene.destination(name));
+  }
   const Contents before = scene.copied();
-  for (const auto& [pairs, message] : rows) {
-    const ProgramRun run = scene.copyBatch(pairs);
-    EXPECT_EQ(run.status, 1) << run;
-    EXPECT_EQ(run.count(message), 1) << message << run;
-    EXPECT_EQ(scene.copied(), before) << run;
-    EXPECT_EQ(test::readFile(a) + test::readFile(b), "content of acontent of b");
+  for (const bool isLong : {false, true}) {
+    for (const auto& [clashing, message] : rows) {
+      CopyScene::Pairs pairs = clashing;
+      if (isLong) pairs.insert(pairs.begin() + 1, others.begin(), others.end());
+      const ProgramRun run = scene.copyBatch(pairs);
+      EXPECT_EQ(run.status, 1) << run;
+      EXPECT_EQ(run.count(message), 1) << message << run;
+      EXPECT_EQ(scene.copied(), before) << run;
+      EXPECT_EQ(test::readFile(a) + test::readFile(b), "content of acontent of b");
+    }
   }
 }
 

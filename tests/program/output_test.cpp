@@ -87,20 +87,6 @@ TEST(Output, commandLineOutranksTheBatchFileAndThatTheDefaults) {
   }
 }
 
-TEST(Output, pathsAreMadeAbsoluteAndTheDashIsOptional) {
-  const CopyScene scene;
-  scene.addSource("a");
-  const std::string home = scene.dir().path();
-  for (const std::string source : {"./source", "~/source/"}) {
-    const ProgramRun run =
-        runProgram({"srcpath=" + source, "-SrcSpec=*", "dstpath=target", "-ignore-vendor-check"},
-                   {.workingDirectory = home, .environment = {{"HOME", home}}});
-    EXPECT_EQ(run.status, 0) << run;
-    EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}})) << run;
-    scene.removeCopies();
-  }
-}
-
 TEST(Output, streamsThatTakeNothingStopAndSpoilNothing) {
   const CopyScene scene;
   Contents sources;

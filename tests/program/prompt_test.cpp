@@ -68,21 +68,6 @@ TEST_F(Prompt, noToAllIsAWarning) {
   }
 }
 
-TEST_F(Prompt, aTerminalIsAskedBeforeItAnswers) {
-  for (const bool interrupted : {false, true}) {
-    RunningProgram program(interactiveBatch(), {.onTerminal = true});
-    EXPECT_TRUE(program.waitForText(question('a')));
-    program.send("n\n");
-    EXPECT_TRUE(program.waitForText(question('b')));
-    program.send(interrupted ? "\x03" : "\ny\n");
-    EXPECT_EQ(program.waitForText(question('c')), !interrupted);
-    program.send("\x04");  // end of input
-    EXPECT_EQ(program.wait().status, interrupted ? 128 + SIGINT : 0) << program.wait();
-    EXPECT_EQ(overwritten(), interrupted ? "" : "b new ");
-    scene_.removeCopies();
-  }
-}
-
 TEST_F(Prompt, aSignalEndsTheWaitForAnAnswerAndNothingIsCopied) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     RunningProgram program(interactiveBatch());

@@ -24,10 +24,10 @@ class CapturedLog {
   std::string outputText() const;
   std::vector<std::string> logLines() const;
 
-  // How many log lines (of plain lines: outputCount) are exactly this message with these arguments.
+  // How many lines (of plain lines only: outputCount) are exactly this message with these arguments.
   template <class... Args>
   int count(MessageId<Args...> id, std::type_identity_t<Args>... args) const {
-    return countLines(logText(), logger_.format(id, args...));
+    return countLines(logText() + outputText(), logger_.format(id, args...));
   }
   template <class... Args>
   int outputCount(MessageId<Args...> id, std::type_identity_t<Args>... args) const {

@@ -140,9 +140,10 @@ int ftruncate64(int fd, off64_t length) noexcept {
   return forward(failsOnFd("ftruncate", fd), -1, "ftruncate64", fd, length);
 }
 
-// Closes, then says that it failed: as the last write-back to a full file system does.
+// Closes, loses what was written, and says that it failed: as the last write-back to a full file system does.
 int close(int fd) {
   const bool fails = failsOnFd("close", fd);
+  if (fails) syscall(SYS_ftruncate, fd, 0L);
   const int result = forward(false, -1, "close", fd);
   if (!fails) return result;
   errno = fault().value;
