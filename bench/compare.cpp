@@ -1,6 +1,6 @@
 // tamrix beside what people use instead, on the same work, in turn, round by round in one run.
 //
-//     compare_bench TAMRIX MEMORY_DIRECTORY DISK_DIRECTORY [ROUNDS [SCALE]]
+//     compare_bench TAMRIX MEMORY_DIRECTORY DISK_DIRECTORY [ROUNDS [SCALE [memory|disk|both [WORK]]]]
 //
 // For each kind of work, in memory and on disk, with and without attributes: every program copies it once a
 // round, each copy is compared with its source in the first round, and medians and their ratios are printed,
@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -128,22 +129,25 @@ void judge(const Work& work, const Place& place, bool attributes, const std::vec
   tell("MiB of memory", peak / (1 << 20), most / (1 << 20), peak <= most);
 }
 
+double best(const std::vector<double>& figures) { return *std::min_element(figures.begin(), figures.end()); }
+
 void print(const Work& work, const Place& place, bool attributes, const std::vector<Column>& columns,
-           double limit) {
+           const std::vector<double>& limits) {
+  const double limit = tamrix::bench::median(limits);
   std::printf("\n%s, %s, %s\n", work.name.c_str(), place.name,
               attributes ? "with attributes" : "without attributes");
-  std::printf("  %-12s %9s %9s %9s %9s %10s%s\n", "", "seconds", "x tamrix", "x limit", "cpu s", "peak MiB",
-              work.sparse ? "    blocks" : "");
+  std::printf("  %-12s %9s %9s %9s %9s %9s %9s %10s%s\n", "", "seconds", "x tamrix", "x limit", "cpu s",
+              "best s", "its cpu", "peak MiB", work.sparse ? "    blocks" : "");
   const double own = tamrix::bench::median(columns.front().wall);
   for (const Column& column : columns) {
     const double wall = tamrix::bench::median(column.wall);
-    std::printf("  %-12s %9.3f %9.2f %9.2f %9.3f %10.1f", column.peer.name.c_str(), wall, wall / own,
-                wall / limit, tamrix::bench::median(column.cpu),
-                tamrix::bench::median(column.peak) / (1 << 20));
+    std::printf("  %-12s %9.3f %9.2f %9.2f %9.3f %9.3f %9.3f %10.1f", column.peer.name.c_str(), wall,
+                wall / own, wall / limit, tamrix::bench::median(column.cpu), best(column.wall),
+                best(column.cpu), tamrix::bench::median(column.peak) / (1 << 20));
     if (work.sparse) std::printf(" %9lld", static_cast<long long>(column.blocks));
     std::printf("\n");
   }
-  std::printf("  %-12s %9.3f %9.2f %9.2f\n", "limit", limit, limit / own, 1.0);
+  std::printf("  %-12s %9.3f %9.2f %9.2f %9s %9.3f\n", "limit", limit, limit / own, 1.0, "", best(limits));
   judge(work, place, attributes, columns, limit);
   std::fflush(stdout);
 }
@@ -175,7 +179,7 @@ bool compare(const Work& work, const Place& place, bool attributes, const std::s
     }
   }
   std::filesystem::remove_all(from);
-  print(work, place, attributes, columns, tamrix::bench::median(limits));
+  print(work, place, attributes, columns, limits);
   return true;
 }
 
@@ -183,18 +187,24 @@ bool compare(const Work& work, const Place& place, bool attributes, const std::s
 
 int main(int argc, char** argv) {
   if (argc < 4) {
-    std::fprintf(stderr, "usage: compare_bench TAMRIX MEMORY_DIRECTORY DISK_DIRECTORY [ROUNDS [SCALE]]\n");
+    std::fprintf(stderr,
+                 "usage: compare_bench TAMRIX MEMORY_DIRECTORY DISK_DIRECTORY [ROUNDS [SCALE "
+                 "[memory|disk|both [WORK]]]]\n");
     return 2;
   }
   const int rounds = argc > 4 ? std::atoi(argv[4]) : 5;
   const int scale = argc > 5 ? std::atoi(argv[5]) : 1;
+  const std::string where = argc > 6 ? argv[6] : "";
+  const std::string which = argc > 7 ? argv[7] : "";
   if (rounds < 1 || scale < 1) {
     std::fprintf(stderr, "compare_bench: ROUNDS and SCALE are 1 or more\n");
     return 2;
   }
   try {
     for (const Place& place : {Place{"in memory", argv[2], true}, Place{"on disk", argv[3], false}}) {
+      if (where == (place.inMemory ? "disk" : "memory")) continue;
       for (const Work& work : tamrix::bench::allWork(scale)) {
+        if (work.name.find(which) == std::string::npos) continue;
         for (const bool attributes : {true, false}) {
           if (work.scattered && !attributes) continue;  // without a position, no order
           if (!compare(work, place, attributes, argv[1], rounds)) return 1;
