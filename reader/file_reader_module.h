@@ -13,8 +13,9 @@ namespace tamrix {
 // A buffer carries data of one file only. A file is opened for its first buffer and closed with its last, so
 // at most one source is open. Files are read up to the size that was listed: a file that grew is cut there,
 // one that ends earlier is a read error. In sparse mode, a buffer's worth of zeros that the file system tells
-// to be a hole is not read; the slot says so. Threads and lifetime: as Module; getList on the main thread,
-// before the stage is started.
+// to be a hole is not read; the slot says so.
+//
+// Threads and lifetime: as Module; getList on the main thread, before the stage is started.
 class FileReaderModule : public ReaderModule {
  public:
   explicit FileReaderModule(PipelineGlobals& globals);
