@@ -161,7 +161,7 @@ std::vector<Work> allWork(std::int64_t scale) {
       {"20,000 files of 4 KiB, scattered", std::vector<std::int64_t>(files(20000), 4096), false, 0, 0, 0, 0,
        0, true, true},
       {"log-uniform mix", {}, false, 1, 1, 1, 1, 0},
-      {"sparse 1 GiB file", {(std::int64_t{1} << 30) / scale}, true, 1, 1, 0, 0, 0},
+      {"sparse 4 GiB file", {(std::int64_t{4} << 30) / scale}, true, 1, 1, 0, 0, 0},
   };
   std::mt19937_64 random(7);
   std::uniform_real_distribution<double> exponent(0, 24);  // 1 byte to 16 MiB

@@ -55,7 +55,7 @@ struct FileC;
 // One buffer with its header. All zero until the slot is handed out for the first time.
 struct BufferSlot {
   std::int32_t capacity;       // size of the buffer in bytes
-  std::int32_t length;         // data bytes in it; negative: no data, stages pass the slot on untouched
+  std::int32_t length;         // bytes it stands for; negative: none, stages pass the slot on untouched
   std::uint32_t bufferId;      // index in the ring
   std::uint32_t nextModuleId;  // the module to which it was last passed
   std::uint64_t offset;        // position of its first byte in the source file
@@ -64,7 +64,7 @@ struct BufferSlot {
   std::uint8_t endOfFile;      // 1: last buffer of a file
   std::uint8_t endOfData;      // 1: last buffer of the run
   std::uint8_t sparseBlock;    // 1: all of its data is zero (set by the sparse stage, cleared by the reader)
-  std::uint8_t hole;           // 1: `length` zeros that the reader did not read; stages must not look at data
+  std::uint8_t hole;           // 1: `length` zeros, any number, not read; stages must not look at data
   std::int32_t bufferFd;       // buffer-file mode: descriptor of the buffer file
   FileC* file;                 // whose data it holds
   char* data;  // the buffer, mapped from get to put in buffer-file mode; null in a hole passed on

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include "log/logger.h"
 
@@ -21,6 +22,7 @@ constexpr std::int64_t kSampleBytes = 16 << 20;
 constexpr std::chrono::milliseconds kSampleTime(20);
 
 constexpr std::int64_t kStatBlock = 512;  // the unit of st_blocks
+constexpr std::int64_t kLongestPiece = std::numeric_limits<decltype(BufferSlot::length)>::max();
 
 }  // namespace
 
@@ -86,9 +88,10 @@ int FileReaderModule::openFile(FileC& file) {
 }
 
 int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
+  const std::int64_t hole = holeAhead(file, extent, slot.capacity);
+  slot.hole = hole > 0 ? 1 : 0;
   const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(extent.byteCount, slot.capacity));
-  slot.hole = isHole(file, static_cast<std::int64_t>(wanted)) ? 1 : 0;
-  const ssize_t n = slot.hole != 0 ? static_cast<ssize_t>(wanted) : readData(slot, file, wanted);
+  const ssize_t n = hole > 0 ? hole : readData(slot, file, wanted);
   const int error = errno;
   if (n < 0 || (n == 0 && wanted != 0)) {
     if (n < 0) {
@@ -128,13 +131,18 @@ ssize_t FileReaderModule::readData(const BufferSlot& slot, const FileC& file, st
   return n;
 }
 
-bool FileReaderModule::isHole(const FileC& file, std::int64_t length) {
-  if (!file.mayHaveHoles) return false;
-  const off_t data = lseek(file.fd, file.readOffset, SEEK_DATA);
-  if (data >= 0) return file.readOffset + length <= data;
-  // No data up to the end. That a file was cut short is to be found out by reading it.
-  struct stat status {};
-  return errno == ENXIO && fstat(file.fd, &status) == 0 && status.st_size >= file.fileSize;
+std::int64_t FileReaderModule::holeAhead(const FileC& file, const Extent& extent, std::int32_t capacity) {
+  if (!file.mayHaveHoles) return 0;
+  std::int64_t hole = extent.byteCount;
+  if (const off_t data = lseek(file.fd, file.readOffset, SEEK_DATA); data >= 0) {
+    hole = std::min<std::int64_t>(hole, data - file.readOffset);
+  } else {
+    // No data up to the end. That a file was cut short is to be found out by reading it.
+    struct stat status {};
+    if (errno != ENXIO || fstat(file.fd, &status) != 0 || status.st_size < file.fileSize) return 0;
+  }
+  const bool isRest = hole == extent.byteCount && hole <= kLongestPiece;
+  return isRest ? hole : std::min(hole, kLongestPiece) / capacity * capacity;
 }
 
 void FileReaderModule::accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time) {

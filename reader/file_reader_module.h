@@ -12,8 +12,8 @@ namespace tamrix {
 
 // A buffer carries data of one file only. A file is opened for its first buffer and closed with its last, so
 // at most one source is open. Files are read up to the size that was listed: a file that grew is cut there,
-// one that ends earlier is a read error. In sparse mode, a buffer's worth of zeros that the file system tells
-// to be a hole is not read; the slot says so.
+// one that ends earlier is a read error. In sparse mode, what the file system tells to be a hole is not read:
+// one slot stands for all of its whole buffers.
 //
 // Threads and lifetime: as Module; getList on the main thread, before the stage is started.
 class FileReaderModule : public ReaderModule {
@@ -24,9 +24,9 @@ class FileReaderModule : public ReaderModule {
   // Builds the copy list; see CopyList::build for results.
   [[nodiscard]] int getList() override;
 
-  // Reads the next piece of the current file, at most the slot's capacity, and sets the slot's startOfFile,
-  // length, offset, endOfFile, endOfData, sparseBlock, hole and file. Returns 0; or 1 after logging what
-  // can't be opened, read, sought or closed at kUrgent and stopping the pipeline.
+  // Reads the next piece of the current file, at most the slot's capacity unless it is a hole, and sets the
+  // slot's startOfFile, length, offset, endOfFile, endOfData, sparseBlock, hole and file. Returns 0; or 1
+  // after logging what can't be opened, read, sought or closed at kUrgent and stopping the pipeline.
   [[nodiscard]] int fillBuffer(BufferSlot& slot) override;
 
   const CopyList& copyList() const { return copyList_; }
@@ -37,8 +37,9 @@ class FileReaderModule : public ReaderModule {
   ssize_t readData(const BufferSlot& slot, const FileC& file, std::size_t wanted);
   int closeFile(FileC& file);
   int continueAt(FileC& file, const Extent& extent);
-  // Whether the next `length` bytes of the file are a hole, as far as its file system tells.
-  static bool isHole(const FileC& file, std::int64_t length);
+  // How many of the extent's next bytes lie in a hole, as far as the file system tells; in whole buffers of
+  // `capacity` bytes, unless the extent ends in the hole.
+  static std::int64_t holeAhead(const FileC& file, const Extent& extent, std::int32_t capacity);
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
 
