@@ -76,9 +76,32 @@ std::vector<Peer> peersFor(const Work& work, const std::string& program, bool at
   return peers;
 }
 
+// Where copies go, each to a directory of its own name. They are removed at once, but for those of many files
+// on a disk: ext4 passes over each inode that was freed in the last minutes, and the next copy would pay for
+// the removal of the last one. These stay until the whole run has ended.
+class Copies {
+ public:
+  Copies(const Place& place, const Work& work)
+      : root_(place.directory), kept_(!place.inMemory && work.sizes.size() >= kManyFiles) {}
+
+  std::string next() const {
+    static int made = 0;
+    return root_ + "/" + std::to_string(++made);
+  }
+  void done(const std::string& directory) const {
+    if (!kept_) std::filesystem::remove_all(directory);
+  }
+
+ private:
+  static constexpr std::size_t kManyFiles = 2000;
+  const std::string root_;
+  const bool kept_;
+};
+
 // Copies once; returns false when the copy failed or, in the first round, is not equal.
-bool copyOnce(Column& column, const Work& work, const std::string& from, const std::string& to,
+bool copyOnce(Column& column, const Work& work, const std::string& from, const Copies& copies,
               bool attributes, bool check) {
+  const std::string to = copies.next();
   std::filesystem::create_directory(to);
   sync();
   tamrix::bench::warmMemory(work);
@@ -95,7 +118,7 @@ bool copyOnce(Column& column, const Work& work, const std::string& from, const s
   if (!good)
     std::fprintf(stderr, "%s failed or its copy is not equal: %s\n", column.peer.name.c_str(),
                  run.text.c_str());
-  std::filesystem::remove_all(to);
+  copies.done(to);
   return good;
 }
 
@@ -153,9 +176,8 @@ void print(const Work& work, const Place& place, bool attributes, const std::vec
 }
 
 bool compare(const Work& work, const Place& place, bool attributes, const std::string& program, int rounds) {
-  const std::string from = place.directory + "/from";
-  const std::string to = place.directory + "/to";
-  std::filesystem::remove_all(from);
+  const Copies copies(place, work);
+  const std::string from = copies.next();
   if (!tamrix::bench::makeWork(work, from, attributes)) {
     std::printf("\n%s, %s: no user attributes here, left out\n", work.name.c_str(), place.name);
     return true;
@@ -169,16 +191,17 @@ bool compare(const Work& work, const Place& place, bool attributes, const std::s
     for (std::size_t i = 0; i < turns; ++i) {
       const std::size_t turn = (i + static_cast<std::size_t>(round)) % turns;
       if (turn < columns.size()) {
-        if (!copyOnce(columns[turn], work, from, to, attributes, round == 0)) return false;
+        if (!copyOnce(columns[turn], work, from, copies, attributes, round == 0)) return false;
         continue;
       }
       sync();
       tamrix::bench::warmMemory(work);
+      const std::string to = copies.next();
       limits.push_back(tamrix::bench::limitSeconds(work, from, to));
-      std::filesystem::remove_all(to);
+      copies.done(to);
     }
   }
-  std::filesystem::remove_all(from);
+  copies.done(from);
   print(work, place, attributes, columns, limits);
   return true;
 }
