@@ -64,6 +64,15 @@ int BufferQ::waitForSlot(int moduleId) {
 
 int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   logger->log(kDebug, msg::kRingPut, shown(slot.bufferId), moduleId);
+  CondVar* toWake = nullptr;
+  if (const int result = handOver(moduleId, slot, toWake); result != 0) return result;
+  // Outside the lock: waking another core takes longer than all that the lock is held for.
+  if (toWake != nullptr) toWake->notifyAll();
+  return 0;
+}
+
+// Does what a put does to the positions, and tells whom it feeds. Returns as putBufferSlot.
+int BufferQ::handOver(int moduleId, BufferSlot& slot, CondVar*& toWake) {
   const int nextId = successor(moduleId);
   slot.nextModuleId = static_cast<std::uint32_t>(nextId);
 
@@ -85,7 +94,7 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
     next.head = next.tail;
     logger->log(kDebug, msg::kRingNextFed, nextId, shown(next.head));
   }
-  if (nextId == 0 ? readerHadNoRoom && readerShouldWake() : fed) me.handedOn.notifyAll();
+  if (nextId == 0 ? readerHadNoRoom && readerShouldWake() : fed) toWake = &me.handedOn;
   // A ring of one module passes the slot to itself: it owns all slots, always.
   if (wasLast && nextId != moduleId) {
     logger->log(kDebug, msg::kRingLastSlot, moduleId);
