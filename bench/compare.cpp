@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -159,18 +160,22 @@ void print(const Work& work, const Place& place, bool attributes, const std::vec
   const double limit = tamrix::bench::median(limits);
   std::printf("\n%s, %s, %s\n", work.name.c_str(), place.name,
               attributes ? "with attributes" : "without attributes");
-  std::printf("  %-12s %9s %9s %9s %9s %9s %9s %10s%s\n", "", "seconds", "x tamrix", "x limit", "cpu s",
-              "best s", "its cpu", "peak MiB", work.sparse ? "    blocks" : "");
+  std::printf("  %-12s %9s %9s %9s %9s %9s %9s %9s %10s%s\n", "", "seconds", "x tamrix", "x limit", "cpu s",
+              "cpu s/GiB", "best s", "its cpu", "peak MiB", work.sparse ? "    blocks" : "");
+  const double gibibytes =
+      static_cast<double>(std::accumulate(work.sizes.begin(), work.sizes.end(), std::int64_t{0})) / (1 << 30);
   const double own = tamrix::bench::median(columns.front().wall);
   for (const Column& column : columns) {
     const double wall = tamrix::bench::median(column.wall);
-    std::printf("  %-12s %9.3f %9.2f %9.2f %9.3f %9.3f %9.3f %10.1f", column.peer.name.c_str(), wall,
-                wall / own, wall / limit, tamrix::bench::median(column.cpu), best(column.wall),
-                best(column.cpu), tamrix::bench::median(column.peak) / (1 << 20));
+    const double cpu = tamrix::bench::median(column.cpu);
+    std::printf("  %-12s %9.3f %9.2f %9.2f %9.3f %9.3f %9.3f %9.3f %10.1f", column.peer.name.c_str(), wall,
+                wall / own, wall / limit, cpu, cpu / gibibytes, best(column.wall), best(column.cpu),
+                tamrix::bench::median(column.peak) / (1 << 20));
     if (work.sparse) std::printf(" %9lld", static_cast<long long>(column.blocks));
     std::printf("\n");
   }
-  std::printf("  %-12s %9.3f %9.2f %9.2f %9s %9.3f\n", "limit", limit, limit / own, 1.0, "", best(limits));
+  std::printf("  %-12s %9.3f %9.2f %9.2f %9s %9s %9.3f\n", "limit", limit, limit / own, 1.0, "", "",
+              best(limits));
   judge(work, place, attributes, columns, limit);
   std::fflush(stdout);
 }
