@@ -4,7 +4,8 @@
 //
 // For each kind of work, in memory and on disk, with and without attributes: every program copies it once a
 // round, each copy is compared with its source in the first round, and medians and their ratios are printed,
-// beside the limit of the machine measured in the same rounds. SCALE divides the work's size.
+// beside the limit of the machine and what tamrix's writer takes by itself, measured in the same rounds.
+// SCALE divides the work's size.
 //
 // Ends with 0, or 1 when a copy failed or was not equal.
 #include <sys/wait.h>
@@ -156,7 +157,7 @@ void judge(const Work& work, const Place& place, bool attributes, const std::vec
 double best(const std::vector<double>& figures) { return *std::min_element(figures.begin(), figures.end()); }
 
 void print(const Work& work, const Place& place, bool attributes, const std::vector<Column>& columns,
-           const std::vector<double>& limits) {
+           const std::vector<double>& limits, const std::vector<double>& writers) {
   const double limit = tamrix::bench::median(limits);
   std::printf("\n%s, %s, %s\n", work.name.c_str(), place.name,
               attributes ? "with attributes" : "without attributes");
@@ -174,8 +175,11 @@ void print(const Work& work, const Place& place, bool attributes, const std::vec
     if (work.sparse) std::printf(" %9lld", static_cast<long long>(column.blocks));
     std::printf("\n");
   }
-  std::printf("  %-12s %9.3f %9.2f %9.2f %9s %9s %9.3f\n", "limit", limit, limit / own, 1.0, "", "",
-              best(limits));
+  for (const auto& [name, figures] : {std::pair("writer alone", &writers), {"limit", &limits}}) {
+    const double seconds = tamrix::bench::median(*figures);
+    std::printf("  %-12s %9.3f %9.2f %9.2f %9s %9s %9.3f\n", name, seconds, seconds / own, seconds / limit,
+                "", "", best(*figures));
+  }
   judge(work, place, attributes, columns, limit);
   std::fflush(stdout);
 }
@@ -190,7 +194,8 @@ bool compare(const Work& work, const Place& place, bool attributes, const std::s
   std::vector<Column> columns;
   for (const Peer& peer : peersFor(work, program, attributes)) columns.emplace_back().peer = peer;
   std::vector<double> limits;
-  const std::size_t turns = columns.size() + 1;  // the last one's is the limit
+  std::vector<double> writers;
+  const std::size_t turns = columns.size() + 2;  // the last two are the limit's and the writer's
   for (int round = 0; round < rounds; ++round) {
     // Whoever comes first finds another machine than who comes last, so all change places.
     for (std::size_t i = 0; i < turns; ++i) {
@@ -202,12 +207,16 @@ bool compare(const Work& work, const Place& place, bool attributes, const std::s
       sync();
       tamrix::bench::warmMemory(work);
       const std::string to = copies.next();
-      limits.push_back(tamrix::bench::limitSeconds(work, from, to));
+      if (turn == columns.size()) {
+        limits.push_back(tamrix::bench::limitSeconds(work, from, to));
+      } else {
+        writers.push_back(tamrix::bench::writerSeconds(work, to, attributes));
+      }
       copies.done(to);
     }
   }
   copies.done(from);
-  print(work, place, attributes, columns, limits);
+  print(work, place, attributes, columns, limits, writers);
   return true;
 }
 

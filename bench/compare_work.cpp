@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -143,6 +144,26 @@ bool sameAttributes(const std::string& a, const std::string& b) {
   return true;
 }
 
+// Writes as many bytes as the work's file has, and leaves its holes.
+void writeFromMemory(const Work& work, std::size_t number, const File& file,
+                     const std::vector<char>& buffer) {
+  const std::int64_t size = work.sizes[number];
+  const auto most = static_cast<std::int64_t>(buffer.size());
+  for (std::int64_t at = 0; at < size; at += most) {
+    if (work.sparse && at % kPiece != 0) continue;
+    const std::int64_t piece = std::min(most, size - at);
+    file.writeAt(buffer.data(), work.sparse ? std::min(piece, kSparseData) : piece, at);
+  }
+  if (work.sparse && ftruncate(file.fd(), size) != 0) fail("ftruncate");
+}
+
+void setLock(const File& file, short type) {
+  struct flock record {};
+  record.l_type = type;
+  record.l_whence = SEEK_SET;
+  if (fcntl(file.fd(), F_SETLK, &record) != 0) fail("fcntl");
+}
+
 double secondsOf(const std::chrono::steady_clock::time_point& begun) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
 }
@@ -209,15 +230,28 @@ double limitSeconds(const Work& work, const std::string& root, const std::string
   begun = std::chrono::steady_clock::now();
   makeDirectories(target, work.sizes.size());
   for (std::size_t i = 0; i < work.sizes.size(); ++i) {
-    const File file(nameOf(target, i), O_WRONLY | O_CREAT | O_TRUNC);
-    for (std::int64_t at = 0; at < work.sizes[i]; at += static_cast<std::int64_t>(kSmallBuffer)) {
-      if (work.sparse && at % kPiece != 0) continue;
-      const std::int64_t piece = std::min<std::int64_t>(kSmallBuffer, work.sizes[i] - at);
-      file.writeAt(buffer.data(), work.sparse ? std::min(piece, kSparseData) : piece, at);
-    }
-    if (work.sparse && ftruncate(file.fd(), work.sizes[i]) != 0) fail("ftruncate");
+    writeFromMemory(work, i, File(nameOf(target, i), O_WRONLY | O_CREAT | O_TRUNC), buffer);
   }
   return std::max(reading, secondsOf(begun));
+}
+
+double writerSeconds(const Work& work, const std::string& target, bool attributes) {
+  const std::vector<char> buffer(kSmallBuffer);
+  const auto begun = std::chrono::steady_clock::now();
+  makeDirectories(target, work.sizes.size());
+  for (std::size_t i = 0; i < work.sizes.size(); ++i) {
+    const std::string name = nameOf(target, i);
+    {
+      const File file(name, O_WRONLY | O_CREAT | O_TRUNC);
+      setLock(file, F_WRLCK);
+      writeFromMemory(work, i, file, buffer);
+      if (attributes && !setAttributes(file.fd(), i)) fail(name);
+      setLock(file, F_UNLCK);
+    }
+    const timeval times[2] = {{kModified, 0}, {kModified, 0}};
+    if (utimes(name.c_str(), times) != 0) fail(name);
+  }
+  return secondsOf(begun);
 }
 
 void warmMemory(const Work& work) {

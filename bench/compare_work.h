@@ -39,6 +39,11 @@ bool sameTrees(const std::string& a, const std::string& b, bool attributes);
 // many files of the same sizes (holes as holes) from memory into `target`, which must not exist.
 double limitSeconds(const Work& work, const std::string& root, const std::string& target);
 
+// What tamrix's writer must do at least, in seconds: one thread that makes the files in `target`, which must
+// not exist, locks them, writes as many bytes from memory, and gives them times and, if asked for,
+// attributes.
+double writerSeconds(const Work& work, const std::string& target, bool attributes);
+
 // Sees to it that the system has free memory at hand for a copy of the work: takes as much and gives it back.
 // What a virtual machine has not used for a while it must first get from its host, which costs more than the
 // copy.
