@@ -22,6 +22,7 @@ constexpr std::int64_t kSampleBytes = 16 << 20;
 constexpr std::chrono::milliseconds kSampleTime(20);
 
 constexpr std::int64_t kStatBlock = 512;  // the unit of st_blocks
+// What a slot can stand for.
 constexpr std::int64_t kLongestPiece = std::numeric_limits<decltype(BufferSlot::length)>::max();
 
 }  // namespace
@@ -141,8 +142,10 @@ std::int64_t FileReaderModule::holeAhead(const FileC& file, const Extent& extent
     struct stat status {};
     if (errno != ENXIO || fstat(file.fd, &status) != 0 || status.st_size < file.fileSize) return 0;
   }
-  const bool isRest = hole == extent.byteCount && hole <= kLongestPiece;
-  return isRest ? hole : std::min(hole, kLongestPiece) / capacity * capacity;
+  // The log's lines about buffers are to be the same as for data.
+  const std::int64_t most = logger->level() <= kProgress ? capacity : kLongestPiece;
+  const bool isRest = hole == extent.byteCount && hole <= most;
+  return isRest ? hole : std::min(hole, most) / capacity * capacity;
 }
 
 void FileReaderModule::accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time) {

@@ -13,7 +13,7 @@ namespace tamrix {
 // A buffer carries data of one file only. A file is opened for its first buffer and closed with its last, so
 // at most one source is open. Files are read up to the size that was listed: a file that grew is cut there,
 // one that ends earlier is a read error. In sparse mode, what the file system tells to be a hole is not read:
-// one slot stands for all of its whole buffers.
+// one slot stands for all of its whole buffers, or for each where the log tells of buffers.
 //
 // Threads and lifetime: as Module; getList on the main thread, before the stage is started.
 class FileReaderModule : public ReaderModule {
@@ -37,8 +37,8 @@ class FileReaderModule : public ReaderModule {
   ssize_t readData(const BufferSlot& slot, const FileC& file, std::size_t wanted);
   int closeFile(FileC& file);
   int continueAt(FileC& file, const Extent& extent);
-  // How many of the extent's next bytes lie in a hole, as far as the file system tells; in whole buffers of
-  // `capacity` bytes, unless the extent ends in the hole.
+  // How many of the extent's next bytes lie in a hole and go into the next slot, as far as the file system
+  // tells; in whole buffers of `capacity` bytes, unless the extent ends in the hole.
   static std::int64_t holeAhead(const FileC& file, const Extent& extent, std::int32_t capacity);
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
