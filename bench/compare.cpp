@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <numeric>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bench/child_run.h"
