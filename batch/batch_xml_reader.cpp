@@ -90,7 +90,8 @@ int BatchXmlReader::getFileListInBatch(std::vector<BatchPair>& pairs) {
 }
 
 int BatchXmlReader::getFileListInBatch(std::vector<BatchParam>& params) {
-  return runPass(params, &BatchXmlReader::processPropertyNode, msg::kParamOpenFailed, msg::kParamParseFailed);
+  return runPass(params, &BatchXmlReader::processPropertyNode, msg::kBatchParamOpenFailed,
+                 msg::kBatchParamParseFailed);
 }
 
 template <class Item>
@@ -146,7 +147,7 @@ bool BatchXmlReader::processPropertyNode(const XmlDocument& document, std::vecto
   const char* name = document.name();
   switch (document.nodeType()) {
     case kStartElement: {
-      logger->log(kDebug, msg::kParamStartElement, name);
+      logger->log(kDebug, msg::kBatchParamStartElement, name);
       const Element* element = paramElement(name);
       const Element option = {name, kAnywhere};
       const Element stray = {name, {{kRoot}, {}, Attributes::kForbidden}};
@@ -155,7 +156,7 @@ bool BatchXmlReader::processPropertyNode(const XmlDocument& document, std::vecto
       return !document.isEmptyElement() || paramEnd(name);
     }
     case kText:
-      logger->log(kDebug, msg::kParamText, document.value());
+      logger->log(kDebug, msg::kBatchParamText, document.value());
       if (open_.contains(kParams)) params.push_back({open_.innermost(), document.value()});
       return true;
     case kWhiteSpace:
@@ -163,7 +164,7 @@ bool BatchXmlReader::processPropertyNode(const XmlDocument& document, std::vecto
     case kEndElement:
       return paramEnd(name);
     default:
-      logger->log(kUrgent, msg::kParamUnexpectedNode, document.nodeType());
+      logger->log(kUrgent, msg::kBatchParamUnexpectedNode, document.nodeType());
       return false;
   }
 }
@@ -190,7 +191,7 @@ bool BatchXmlReader::dataEnd(const char* name, std::vector<BatchPair>& pairs) {
 }
 
 bool BatchXmlReader::paramEnd(const char* name) {
-  logger->log(kDebug, msg::kParamEndElement, name);
+  logger->log(kDebug, msg::kBatchParamEndElement, name);
   return open_.pop(name);
 }
 

@@ -16,11 +16,12 @@
 #include <thread>
 
 #include "bench/comparison.h"
+#include "config/run_options.h"
 #include "log/logger.h"
-#include "pipeline/buffer_q.h"
-#include "pipeline/globals.h"
-#include "reader/file_c.h"
-#include "reader/pair_index.h"
+#include "pipeline/ring/buffer_q.h"
+#include "pipeline/stage/globals.h"
+#include "reader/list/pair_index.h"
+#include "reader/record/file_c.h"
 #include "tests/support/wide_properties.h"
 
 namespace {
@@ -40,7 +41,7 @@ void passOn(BufferQ& ring, int module) {
 void handOverOnOneThread(benchmark::State& state) {
   const StopFlag stop;
   BufferQ ring;
-  if (ring.createQ(2, stop) != 0) std::abort();
+  if (ring.createQ(2, stop, readRunOptions(*properties)) != 0) std::abort();
   for (auto _ : state) {
     for (int i = 0; i < kBatch; ++i) {
       passOn(ring, 0);
@@ -54,7 +55,7 @@ void handOverOnOneThread(benchmark::State& state) {
 void handOverBetweenThreads(benchmark::State& state) {
   const StopFlag stop;
   BufferQ ring;
-  if (ring.createQ(2, stop) != 0) std::abort();
+  if (ring.createQ(2, stop, readRunOptions(*properties)) != 0) std::abort();
   for (auto _ : state) {
     std::thread second([&] {
       for (int i = 0; i < 100 * kBatch; ++i) passOn(ring, 1);
@@ -82,7 +83,7 @@ void suppressedLine(benchmark::State& state) {
   const std::string path = "/some/where/a/file";
   for (auto _ : state) {
     for (int i = 0; i < kBatch; ++i) {
-      logger->log(kDebug, msg::kWriteBuffer, path);
+      logger->log(kDebug, msg::kFileWriterBuffer, path);
       benchmark::ClobberMemory();
     }
   }

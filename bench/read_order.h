@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "bench/tape_drive.h"
+#include "drive/tape_drive.h"
 
 namespace tamrix::tape {
 

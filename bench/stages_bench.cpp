@@ -22,9 +22,11 @@
 #include <vector>
 
 #include "bench/comparison.h"
+#include "config/run_options.h"
 #include "log/logger.h"
-#include "pipeline/buffer_q.h"
-#include "reader/file_reader_module.h"
+#include "pipeline/ring/buffer_q.h"
+#include "reader/list/copy_list.h"
+#include "reader/stage/file_reader_module.h"
 #include "tests/support/wide_properties.h"
 #include "writer/file_writer_module.h"
 #include "writer/modsum64_process_module.h"
@@ -58,8 +60,10 @@ double seconds(clockid_t clock) {
 template <class Stage>
 class Pinned : public Stage {
  public:
-  Pinned(PipelineGlobals& globals, int core, std::atomic<double>& busy)
-      : Stage(globals), core_(core), busy_(busy) {}
+  template <class... More>
+  Pinned(PipelineGlobals& globals, const RunOptions& options, int core, std::atomic<double>& busy,
+         More&... more)
+      : Stage(globals, options, more...), core_(core), busy_(busy) {}
   void run() override {
     if (core_ != kAnyCore) {
       cpu_set_t set;
@@ -79,7 +83,7 @@ class Pinned : public Stage {
 // Looks at nothing.
 class IdleModule : public ProcessModule {
  public:
-  explicit IdleModule(PipelineGlobals& globals) : ProcessModule(globals, "idle") {}
+  IdleModule(PipelineGlobals& globals, const RunOptions& options) : ProcessModule(globals, options, "idle") {}
   int processBuffer(BufferSlot& /*slot*/) override { return 0; }
 };
 
@@ -101,21 +105,24 @@ Times copyOnce(Between stages, Cores cores) {
   std::atomic<double> copying{0};
   std::atomic<double> between{0};
   std::vector<std::unique_ptr<Module>> modules;
-  auto reader = std::make_unique<Pinned<FileReaderModule>>(globals, cores.copying, copying);
-  if (reader->getList() != 0) std::abort();
-  modules.push_back(std::move(reader));
+  const RunOptions options = readRunOptions(*properties);
+  CopyList list(globals, options);
+  if (list.getList() != 0) std::abort();
+  modules.push_back(
+      std::make_unique<Pinned<FileReaderModule>>(globals, options, cores.copying, copying, list));
   if (stages == Between::kIdleStages) {
     for (int i = 0; i < 2; ++i) {
-      modules.push_back(std::make_unique<Pinned<IdleModule>>(globals, cores.stages, between));
+      modules.push_back(std::make_unique<Pinned<IdleModule>>(globals, options, cores.stages, between));
     }
   } else if (stages == Between::kStages) {
     globals.sparseMode = 1;
-    modules.push_back(std::make_unique<Pinned<modsum64ProcessModule>>(globals, cores.stages, between));
-    modules.push_back(std::make_unique<Pinned<sparseProcessModule>>(globals, cores.stages, between));
+    modules.push_back(
+        std::make_unique<Pinned<modsum64ProcessModule>>(globals, options, cores.stages, between));
+    modules.push_back(std::make_unique<Pinned<sparseProcessModule>>(globals, options, cores.stages, between));
   }
-  modules.push_back(std::make_unique<Pinned<FileWriterModule>>(globals, cores.copying, copying));
+  modules.push_back(std::make_unique<Pinned<FileWriterModule>>(globals, options, cores.copying, copying));
   BufferQ ring;
-  if (ring.createQ(static_cast<int>(modules.size()), globals.stopExecution) != 0) std::abort();
+  if (ring.createQ(static_cast<int>(modules.size()), globals.stopExecution, options) != 0) std::abort();
 
   const double start = seconds(CLOCK_MONOTONIC);
   for (std::size_t id = 0; id < modules.size(); ++id) {

@@ -31,7 +31,7 @@
 
 #include "bench/child_run.h"
 #include "bench/read_order.h"
-#include "bench/tape_drive.h"
+#include "drive/tape_drive.h"
 
 namespace {
 

@@ -42,7 +42,7 @@ int Properties::parseArgs(int argc, const char* const* argv) {
       logger->output(msg::kMainVersion, kVersion, kRevision);
       return 1;
     }
-    logger->log(kDebug, msg::kPropParseArgs);
+    logger->log(kDebug, msg::kPropertiesParseArgs);
     const std::size_t equals = argument.find('=');
     const std::string name(argument.substr(0, equals));
     if (equals == std::string_view::npos) {
@@ -56,8 +56,8 @@ int Properties::parseArgs(int argc, const char* const* argv) {
 }
 
 int Properties::reportRefusedArgument(const std::string& name, const std::string& value) const {
-  logger->output(msg::kPropArgRefused, name, value);
-  logger->output(msg::kPropArgHint);
+  logger->output(msg::kPropertiesArgRefused, name, value);
+  logger->output(msg::kPropertiesArgHint);
   return 1;
 }
 

@@ -8,23 +8,23 @@
 namespace tamrix {
 
 int Properties::parseFile(const char* fileName, bool isConfig) {
-  logger->log(kDebug, msg::kPropParseFile, fileName);
+  logger->log(kDebug, msg::kPropertiesParseFile, fileName);
   if (*fileName == '\0') {
-    logger->log(kDebug, msg::kPropParseFileNone);
+    logger->log(kDebug, msg::kPropertiesParseFileNone);
     return 0;
   }
-  if (isConfig) logger->log(kDebug, msg::kPropParseFileIsConfig);
+  if (isConfig) logger->log(kDebug, msg::kPropertiesParseFileIsConfig);
 
   std::vector<BatchParam> params;
   BatchXmlReader reader(fileName);
   if (reader.getFileListInBatch(params) != 0) {
-    logger->log(kUrgent, msg::kPropParseFileFailed, fileName);
+    logger->log(kUrgent, msg::kPropertiesParseFileFailed, fileName);
     return 1;
   }
   for (const BatchParam& param : params) {
     if (addProperty(param.name, param.value) != 0) {
-      logger->log(kUrgent, msg::kPropParamRefused, param.name, param.value);
-      logger->log(kUrgent, msg::kPropParamHint);
+      logger->log(kUrgent, msg::kPropertiesParamRefused, param.name, param.value);
+      logger->log(kUrgent, msg::kPropertiesParamHint);
       return 1;
     }
   }

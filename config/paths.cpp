@@ -25,20 +25,20 @@ int Properties::updatePath(const char* key) {
     if (addProperty(key, value) != 0) return 1;
   }
 
-  logger->log(kDebug, msg::kPropRelativePath, value);
+  logger->log(kDebug, msg::kPropertiesRelativePath, value);
   std::error_code error;
   const std::string currentDir = std::filesystem::current_path(error).string();
   if (error) {
-    logger->log(kUrgent, msg::kPropNoCurrentDir, error.message());
+    logger->log(kUrgent, msg::kPropertiesNoCurrentDir, error.message());
     return 1;
   }
-  logger->log(kDebug, msg::kPropCurrentDir, currentDir);
+  logger->log(kDebug, msg::kPropertiesCurrentDir, currentDir);
 
   std::string path = currentDir;
   if (value.starts_with('~')) {
     const char* const home = std::getenv("HOME");
     if (home == nullptr || *home == '\0') {
-      logger->log(kUrgent, msg::kPropHomeNotSet, value);
+      logger->log(kUrgent, msg::kPropertiesHomeNotSet, value);
       return 1;
     }
     path = home;
@@ -48,7 +48,7 @@ int Properties::updatePath(const char* key) {
   } else if (value.size() >= 3 && value[1] == '/') {
     path += value.substr(1);
   }
-  logger->log(kDebug, msg::kPropNewPath, path);
+  logger->log(kDebug, msg::kPropertiesNewPath, path);
   return addProperty(key, path);
 }
 

@@ -33,28 +33,28 @@ bool Properties::setDefaults() {
 
 void Properties::lock() {
   locked_ = true;
-  logger->log(kDebug, msg::kPropLocked);
+  logger->log(kDebug, msg::kPropertiesLocked);
 }
 
 void Properties::unlock() {
   locked_ = false;
-  logger->log(kDebug, msg::kPropUnlocked);
+  logger->log(kDebug, msg::kPropertiesUnlocked);
 }
 
 int Properties::addProperty(const std::string& name, const std::string& value) {
-  logger->log(kDebug, msg::kPropAdd, name, value);
+  logger->log(kDebug, msg::kPropertiesAdd, name, value);
   if (name.size() > kMaxNameLength) {
     // Kept: a name of exactly 99 characters passes although the text says "less than 99".
-    logger->log(kUrgent, msg::kPropNameTooLong, name, static_cast<std::int32_t>(kMaxNameLength));
+    logger->log(kUrgent, msg::kPropertiesNameTooLong, name, static_cast<std::int32_t>(kMaxNameLength));
     return 1;
   }
   const std::string key = lowerCase(name);
   if (locked_ && !entries_.contains(key)) {
-    logger->log(kUrgent, msg::kPropUnrecognized, key);
+    logger->log(kUrgent, msg::kPropertiesUnrecognized, key);
     return 1;
   }
   if (!isAccepted(key, value)) {
-    logger->log(kUrgent, msg::kPropInvalid, key, value);
+    logger->log(kUrgent, msg::kPropertiesInvalid, key, value);
     return 1;
   }
   entries_[key] = value;
@@ -69,44 +69,44 @@ bool Properties::isAccepted(const std::string& key, const std::string& value) co
 }
 
 int Properties::testProperty(const std::string& key, const std::string& value) const {
-  logger->log(kDebug, msg::kPropTest, key, value);
+  logger->log(kDebug, msg::kPropertiesTest, key, value);
   const auto entry = entries_.find(key);
   if (entry == entries_.end()) {
-    logger->log(kDebug, msg::kPropTestNoEntry, key);
+    logger->log(kDebug, msg::kPropertiesTestNoEntry, key);
     return 0;
   }
   if (entry->second == value) {
-    logger->log(kDebug, msg::kPropTestMatch, entry->second);
+    logger->log(kDebug, msg::kPropertiesTestMatch, entry->second);
     return 1;
   }
   // Kept: the text says "key" and shows the stored value.
-  logger->log(kDebug, msg::kPropTestNoMatch, entry->second);
+  logger->log(kDebug, msg::kPropertiesTestNoMatch, entry->second);
   return 0;
 }
 
 int Properties::getProperty(const std::string& key, const char*& value) const {
   const auto entry = entries_.find(key);
   if (entry == entries_.end()) {
-    logger->log(kDebug, msg::kPropGetTextNoEntry, key);
+    logger->log(kDebug, msg::kPropertiesGetTextNoEntry, key);
     value = nullptr;
     return -1;
   }
   value = entry->second.c_str();
-  logger->log(kDebug, msg::kPropGetText, key, value);
+  logger->log(kDebug, msg::kPropertiesGetText, key, value);
   if (!entry->second.empty()) return 0;
-  logger->log(kDebug, msg::kPropGetTextEmpty);
+  logger->log(kDebug, msg::kPropertiesGetTextEmpty);
   return -1;
 }
 
 int Properties::getProperty(const std::string& key, std::string& value) const {
   const auto entry = entries_.find(key);
   if (entry == entries_.end()) {
-    logger->log(kDebug, msg::kPropGetStringNoEntry, key);
+    logger->log(kDebug, msg::kPropertiesGetStringNoEntry, key);
     value.clear();
     return -1;
   }
   value = entry->second;
-  logger->log(kDebug, msg::kPropGetString, key, value);
+  logger->log(kDebug, msg::kPropertiesGetString, key, value);
   return 0;
 }
 
@@ -124,18 +124,18 @@ bool Properties::isSwitch(const std::string& name) const {
 }
 
 int Properties::logProperties() const {
-  for (const auto& [key, value] : entries_) logger->log(kDebug, msg::kPropParameter, key, value);
+  for (const auto& [key, value] : entries_) logger->log(kDebug, msg::kPropertiesParameter, key, value);
   return 0;
 }
 
 int Properties::listDefaults() const {
-  logger->output(msg::kPropListBegin);
+  logger->output(msg::kPropertiesListBegin);
   for (const auto& [key, value] : entries_) {
     if (kHiddenFromListing.find(key) == std::string_view::npos) {
-      logger->output(msg::kPropListEntry, key, value);
+      logger->output(msg::kPropertiesListEntry, key, value);
     }
   }
-  logger->output(msg::kPropListEnd);
+  logger->output(msg::kPropertiesListEnd);
   return 0;
 }
 

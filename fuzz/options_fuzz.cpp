@@ -7,7 +7,7 @@
 
 #include "config/properties.h"
 #include "log/logger.h"
-#include "pipeline/size_text.h"
+#include "pipeline/ring/size_text.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Interrupting a run: SIGINT, SIGTERM, SIGHUP.
 #pragma once
 
-#include "pipeline/globals.h"
+#include "pipeline/stage/globals.h"
 
 namespace tamrix {
 

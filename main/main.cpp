@@ -1,21 +1,19 @@
 // tamrix: copies files to and from LTFS tape volumes in the order in which they lie on tape.
 //
-// Where things are, in reading order. Links go downwards in this list only; a folder with two floors is two
-// build targets.
+// Where things are, in reading order. A folder is a floor and a build target: a file may use its own folder and
+// the ones below it that its CMakeLists.txt links; the build refuses anything else.
 //
-// main/       the program
+// main/             the program
 //   run_tamrix        start-up, precedence of the configuration, exit status
 //   interrupts        the first signal stops in good order, the second at once
-// config/     options
-//   known_properties  the table: one row per option
-//   properties        the store of all options
-//   command_line      -name=value, -name, -help, -version
-//   parameter_file    the parameters of a batch file
-//   paths             making source and destination path absolute
-// pipeline/   upper floor: putting stages together
+// pipeline/run/     putting stages together
 //   module_manager    which stages run, in which order; starting and joining them
 //   audit             the report of a tape audit
-// reader/     upper floor: from options to files in tape order, and reading them
+// reader/stage/     file_reader_module, the first stage: reads the files in tape order
+// writer/           the stages after it
+//   file_writer_module  the last stage; make_subdir makes directories
+//   modsum64_process_module, sparse_process_module  the optional stages; byte_scan does their work
+// reader/list/      from options to files in tape order
 //   file_lister       base of the listers; spec_file_lister, batch_file_lister, char_special_lister
 //   directory_walk    walking a tree; wildcard matches names
 //   copy_list         which pairs are copied, in which order
@@ -23,20 +21,24 @@
 //   pair_probes       what the system tells of the pairs, gathered ahead by a second thread
 //   source_attributes extended attributes of a source, its position on tape, the vendor check
 //   overwrite_prompt  the question of -interactive
-//   file_reader_module  the reader stage
-// writer/     the stages behind the reader
-//   file_writer_module  the writer stage; make_subdir makes directories
-//   modsum64_process_module, sparse_process_module  the optional stages; byte_scan does their work
-// pipeline/   lower floor: what stages stand on
-//   buffer_q          the ring: how buffers travel; buffer_pool makes it, size_text reads sizes
+// pipeline/stage/   what every stage is
 //   stages            the three kinds of stage and their loops; module is their base, thread its base
 //   module_checksum   comparing and storing checksums
-//   globals           what all stages share, the stop flag
-// reader/     lower floor: file_c, extended_attr, extent, the records that buffers point at
-// batch/      the XML batch file
-// log/        logger, message catalogue (catalogue/root.txt), typed message ids, annotated mutex
+//   globals           what all stages share
+// pipeline/ring/    buffer_q, the ring: how buffers travel; buffer_pool makes it, size_text reads sizes
+// reader/record/    file_c, extended_attr, extent: what buffers point at
+// config/           options
+//   known_properties  the table: one row per option
+//   properties        the store of all options; run_options, what a run reads from it
+//   command_line      -name=value, -name, -help, -version
+//   parameter_file    the parameters of a batch file
+//   paths             making source and destination path absolute
+// drive/            how long a tape drive takes: a model
+// batch/            the XML batch file
+// log/              logger, message catalogue (catalogue/root.txt), typed message ids, annotated mutex
 //
-// tests/ mirrors the folders; bench/ measures; fuzz/ feeds bad input; docs/ is for operators and successors.
+// Beside them: tests/ mirrors the folders; model/ is a modelled tape volume; bench/ measures; fuzz/ feeds bad
+// input; docs/ is for operators and successors.
 #include "main/run_tamrix.h"
 
 int main(int argc, char** argv) { return tamrix::runTamrix(argc, argv); }

@@ -10,8 +10,8 @@
 #include "config/version.h"
 #include "log/logger.h"
 #include "main/interrupts.h"
-#include "pipeline/globals.h"
-#include "pipeline/module_manager.h"
+#include "pipeline/run/module_manager.h"
+#include "pipeline/stage/globals.h"
 
 namespace tamrix {
 

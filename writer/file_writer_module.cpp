@@ -53,16 +53,16 @@ int removeFile(const std::string& path) {
 
 }  // namespace
 
-FileWriterModule::FileWriterModule(PipelineGlobals& globals)
-    : WriterModule(globals), sparseMode_(globals.sparseMode != 0) {
-  logger->log(kDebug, msg::kFwmConstructorProps);
+FileWriterModule::FileWriterModule(PipelineGlobals& globals, const RunOptions& options)
+    : WriterModule(globals, options), sparseMode_(globals.sparseMode != 0) {
+  logger->log(kDebug, msg::kFileWriterConstructorProps);
 }
 
-FileWriterModule::~FileWriterModule() { logger->log(kDebug, msg::kFwmDestructor); }
+FileWriterModule::~FileWriterModule() { logger->log(kDebug, msg::kFileWriterDestructor); }
 
 int FileWriterModule::emptyBuffer(BufferSlot& slot) {
   totalLength_ += slot.length;
-  logger->log(kProgress, msg::kWriteBuffer, slot.file->srcPath);
+  logger->log(kProgress, msg::kFileWriterBuffer, slot.file->srcPath);
   if (slot.file != current_) {
     const auto open = openList_.find(slot.file->srcPath);
     if (open != openList_.end()) {
@@ -72,7 +72,7 @@ int FileWriterModule::emptyBuffer(BufferSlot& slot) {
     }
   }
   FileC& file = *current_;
-  logger->log(kDebug, msg::kWritePosition, static_cast<unsigned long long>(file.writeOffset),
+  logger->log(kDebug, msg::kFileWriterPosition, static_cast<unsigned long long>(file.writeOffset),
               static_cast<long long>(slot.offset));
   if (writeBuffer(slot, file) != 0) {
     discardDestination(file);
@@ -83,10 +83,10 @@ int FileWriterModule::emptyBuffer(BufferSlot& slot) {
 }
 
 int FileWriterModule::openDestination(FileC& file) {
-  logger->log(kDebug, msg::kWriteNewFile, file.dstPath);
+  logger->log(kDebug, msg::kFileWriterNewFile, file.dstPath);
   file.bytesWritten = 0;
   file.writeOffset = 0;
-  logger->log(kInfo, msg::kWriteCopy, file.srcPath, file.dstPath);
+  logger->log(kInfo, msg::kFileWriterCopy, file.srcPath, file.dstPath);
   // Listed before it is made: what could fail in listing it must not leave an unlisted file behind.
   const auto entry = openList_.emplace(file.srcPath, &file).first;
   if (createFile(file) != 0 || lockFile(file) != 0 || sizeFile(file) != 0) {
@@ -104,16 +104,16 @@ int FileWriterModule::createFile(FileC& file) {
   file.dstFd = open(file.dstPath.c_str(), kFlags, mode);
   if (file.dstFd >= 0) return 0;
 
-  logger->log(kDebug, msg::kWriteCreateFailed);
+  logger->log(kDebug, msg::kFileWriterCreateFailed);
   std::string path = file.dstPath;
   if (makeSubdir(path) != 0) {
-    logger->log(kUrgent, msg::kWriteSubdirFailed, path);
+    logger->log(kUrgent, msg::kFileWriterSubdirFailed, path);
     return 1;
   }
   file.dstFd = open(file.dstPath.c_str(), kFlags, mode);
   if (file.dstFd >= 0) return 0;
   const int error = errno;
-  logger->log(kUrgent, msg::kWriteSecondCreateFailed, std::strerror(error));
+  logger->log(kUrgent, msg::kFileWriterSecondCreateFailed, std::strerror(error));
   return 1;
 }
 
@@ -121,7 +121,7 @@ int FileWriterModule::lockFile(FileC& file) {
   struct flock record = wholeFile(F_WRLCK);
   if (fcntl(file.dstFd, F_SETLK, &record) == 0) return 0;
   const int error = errno;
-  logger->log(kUrgent, msg::kWriteLockFailed, file.dstPath, std::strerror(error));
+  logger->log(kUrgent, msg::kFileWriterLockFailed, file.dstPath, std::strerror(error));
   close(file.dstFd);
   // A file that another process holds is not ours to delete.
   if (error != EACCES && error != EAGAIN) reportAndDelete(file);
@@ -132,7 +132,7 @@ int FileWriterModule::lockFile(FileC& file) {
 int FileWriterModule::sizeFile(const FileC& file) const {
   if (!sparseMode_ || ftruncate(file.dstFd, file.fileSize) == 0) return 0;
   (void)unlockFile(file);  // a failure is told; closing the descriptor releases the lock anyway
-  logger->log(kUrgent, msg::kWriteTruncateFailed);
+  logger->log(kUrgent, msg::kFileWriterTruncateFailed);
   close(file.dstFd);
   reportAndDelete(file);
   return 1;
@@ -146,11 +146,11 @@ int FileWriterModule::writeBuffer(const BufferSlot& slot, FileC& file) const {
 // that the next data buffer seeks.
 int FileWriterModule::skipZeros(const BufferSlot& slot, FileC& file) const {
   if (slot.endOfFile != 0) {
-    logger->log(kDebug, msg::kWriteSparseEnd, slot.length);
+    logger->log(kDebug, msg::kFileWriterSparseEnd, slot.length);
     if (seekTo(file.dstFd, static_cast<std::int64_t>(slot.offset) + slot.length) != 0) {
       const int error = errno;
       // Kept: names the buffer's offset, not the position sought.
-      logger->log(kUrgent, msg::kWriteSparseSeekFailed, static_cast<long long>(slot.offset),
+      logger->log(kUrgent, msg::kFileWriterSparseSeekFailed, static_cast<long long>(slot.offset),
                   std::strerror(error));
       return 1;
     }
@@ -163,20 +163,20 @@ int FileWriterModule::writeData(const BufferSlot& slot, FileC& file) const {
   const auto offset = static_cast<std::int64_t>(slot.offset);
   // Kept: the first buffer of every file says that it seeks to 0.
   if (offset == 0 || offset != file.writeOffset) {
-    logger->log(kDebug, msg::kWriteDiscontinuity, offset);
+    logger->log(kDebug, msg::kFileWriterDiscontinuity, offset);
     if (seekTo(file.dstFd, offset) != 0) {
       const int error = errno;
-      logger->log(kUrgent, msg::kWriteSeekFailed, offset, std::strerror(error));
+      logger->log(kUrgent, msg::kFileWriterSeekFailed, offset, std::strerror(error));
       return 1;
     }
   }
   const ssize_t written = write(file.dstFd, slot.data, static_cast<std::size_t>(slot.length));
   if (written < 0) {
     const int error = errno;
-    logger->log(kUrgent, msg::kWriteFailed, std::strerror(error));
+    logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(error));
     return 1;
   }
-  logger->log(kDebug, msg::kWriteWrote, static_cast<std::int32_t>(written),
+  logger->log(kDebug, msg::kFileWriterWrote, static_cast<std::int32_t>(written),
               static_cast<std::int32_t>(slot.bufferId));
   // A short write is not tried again: the bytes that it left out are missing when the file is completed.
   file.bytesWritten += written;
@@ -186,7 +186,7 @@ int FileWriterModule::writeData(const BufferSlot& slot, FileC& file) const {
 
 int FileWriterModule::completeFile(FileC& file) {
   if (file.bytesWritten != file.fileSize) {
-    logger->log(kUrgent, msg::kWriteIncomplete, file.dstPath, file.bytesWritten, file.fileSize);
+    logger->log(kUrgent, msg::kFileWriterIncomplete, file.dstPath, file.bytesWritten, file.fileSize);
     discardDestination(file);
     return 1;
   }
@@ -196,11 +196,11 @@ int FileWriterModule::completeFile(FileC& file) {
   if (closeCompleted(file) != 0) return 1;
 
   const bool timesKept = copyTimes(file) == 0;
-  for (const char* name : refusedAttributes_) logger->log(kWarning, msg::kWriteXattrFailed, name);
+  for (const char* name : refusedAttributes_) logger->log(kWarning, msg::kFileWriterXattrFailed, name);
   if (timesKept && refusedAttributes_.empty()) {
-    logger->log(kProgress, msg::kStatusSuccess, file.srcPath, file.dstPath);
+    logger->log(kProgress, msg::kFileWriterStatusSuccess, file.srcPath, file.dstPath);
   } else {
-    logger->log(kProgress, msg::kStatusWarning, file.srcPath, file.dstPath);
+    logger->log(kProgress, msg::kFileWriterStatusWarning, file.srcPath, file.dstPath);
   }
   return 0;
 }
@@ -210,10 +210,10 @@ int FileWriterModule::closeCompleted(FileC& file) {
     close(file.dstFd);
     return 1;
   }
-  logger->log(kProgress, msg::kWriteEndOfFile, file.fileName);
+  logger->log(kProgress, msg::kFileWriterEndOfFile, file.fileName);
   if (close(file.dstFd) != 0) {
     const int error = errno;
-    logger->log(kUrgent, msg::kWriteCloseFailed, std::strerror(error));
+    logger->log(kUrgent, msg::kFileWriterCloseFailed, std::strerror(error));
     reportAndDelete(file);
     return 1;
   }
@@ -225,7 +225,7 @@ int FileWriterModule::copyTimes(const FileC& file) const {
   const timeval times[2] = {microseconds(file.accessTime), microseconds(file.modifyTime)};
   if (utimes(file.dstPath.c_str(), times) == 0) return 0;
   const int error = errno;
-  logger->log(kWarning, msg::kWriteTimesFailed, std::strerror(error));
+  logger->log(kWarning, msg::kFileWriterTimesFailed, std::strerror(error));
   return 1;
 }
 
@@ -251,12 +251,12 @@ void FileWriterModule::discardDestination(FileC& file) {
 }
 
 void FileWriterModule::reportAndDelete(const FileC& file) const {
-  logger->log(kInfo, msg::kStatusError, file.srcPath, file.dstPath);
+  logger->log(kInfo, msg::kFileWriterStatusError, file.srcPath, file.dstPath);
   if (removeFile(file.dstPath) == 0) {
-    logger->log(kInfo, msg::kWriteDeleted, file.dstPath);
+    logger->log(kInfo, msg::kFileWriterDeleted, file.dstPath);
   } else {
     const int error = errno;
-    logger->log(kInfo, msg::kWriteDeleteFailed, file.dstPath, std::strerror(error));
+    logger->log(kInfo, msg::kFileWriterDeleteFailed, file.dstPath, std::strerror(error));
   }
 }
 
@@ -264,7 +264,7 @@ int FileWriterModule::unlockFile(const FileC& file) const {
   struct flock record = wholeFile(F_UNLCK);
   if (fcntl(file.dstFd, F_SETLK, &record) == 0) return 0;
   const int error = errno;
-  logger->log(kUrgent, msg::kWriteUnlockFailed, file.fileName, std::strerror(error));
+  logger->log(kUrgent, msg::kFileWriterUnlockFailed, file.fileName, std::strerror(error));
   return 1;
 }
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "pipeline/stages.h"
-#include "reader/file_c.h"
+#include "pipeline/stage/stages.h"
+#include "reader/record/file_c.h"
 
 namespace tamrix {
 
@@ -31,7 +31,7 @@ namespace tamrix {
 // Threads and lifetime: as Module. The records that buffers point at outlive it.
 class FileWriterModule : public WriterModule {
  public:
-  explicit FileWriterModule(PipelineGlobals& globals);
+  FileWriterModule(PipelineGlobals& globals, const RunOptions& options);
   ~FileWriterModule() override;
 
   // Writes the buffer into its file's destination. Returns 0, also for a file completed with warnings; 1

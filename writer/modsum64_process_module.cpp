@@ -2,51 +2,41 @@
 
 #include <string>
 
-#include "config/properties.h"
 #include "log/logger.h"
-#include "reader/file_c.h"
+#include "reader/record/file_c.h"
 #include "writer/byte_scan.h"
 
 namespace tamrix {
 
-namespace {
-
-bool readAuditMode() {
-  logger->log(kDebug, msg::kMs64ConstructorProps);
-  const bool audit = properties->testProperty("audit", "files") != 0;
-  if (audit) {
-    logger->log(kDebug, msg::kMs64AuditEnabled);
+modsum64ProcessModule::modsum64ProcessModule(PipelineGlobals& globals, const RunOptions& options)
+    : ProcessModule(globals, options, "checksum") {
+  logger->log(kDebug, msg::kChecksumStageConstructorProps);
+  if (options.audit == AuditMode::kFiles) {
+    logger->log(kDebug, msg::kChecksumStageAuditEnabled);
   } else {
-    logger->log(kDebug, msg::kMs64AuditDisabled);
+    logger->log(kDebug, msg::kChecksumStageAuditDisabled);
   }
-  return audit;
 }
 
-}  // namespace
-
-modsum64ProcessModule::modsum64ProcessModule(PipelineGlobals& globals)
-    : ProcessModule(globals, "checksum"), auditMode_(readAuditMode()) {}
-
-modsum64ProcessModule::~modsum64ProcessModule() { logger->log(kDebug, msg::kMs64Destructor); }
+modsum64ProcessModule::~modsum64ProcessModule() { logger->log(kDebug, msg::kChecksumStageDestructor); }
 
 int modsum64ProcessModule::processBuffer(BufferSlot& slot) {
   FileC& file = *slot.file;
   if (slot.startOfFile != 0) {
-    logger->log(kDebug, msg::kMs64StartOfFile);
+    logger->log(kDebug, msg::kChecksumStageStartOfFile);
     file.checksum = 0;
   }
-  logger->log(kDebug, msg::kMs64Update);
+  logger->log(kDebug, msg::kChecksumStageUpdate);
   if (slot.hole == 0) file.checksum += byteSum(slot.data, static_cast<std::size_t>(slot.length));
   if (slot.endOfFile == 0) return 0;
 
-  logger->log(kDebug, msg::kMs64EndOfFile);
-  const char* name = nullptr;
-  if (properties->getProperty("checksumea", name) != 0) {
-    logger->log(kUrgent, msg::kMs64NoName);
+  logger->log(kDebug, msg::kChecksumStageEndOfFile);
+  if (options_.checksumAttribute.empty()) {
+    logger->log(kUrgent, msg::kChecksumStageNoName);
     return 1;
   }
   // Kept: a copy computes and reports nothing, whatever the verify and update modes.
-  return auditMode_ ? auditFile(slot) : 0;
+  return options_.audit == AuditMode::kFiles ? auditFile(slot) : 0;
 }
 
 int modsum64ProcessModule::auditFile(const BufferSlot& slot) const {
@@ -54,27 +44,27 @@ int modsum64ProcessModule::auditFile(const BufferSlot& slot) const {
   std::string word;
   switch (verifyChecksum(slot)) {
     case 0:
-      word = logger->text(msg::kMs64PassWord.number);
-      logger->log(kInfo, msg::kMs64Pass);
+      word = logger->text(msg::kChecksumStagePassWord.number);
+      logger->log(kInfo, msg::kChecksumStagePass);
       break;
     case 1:
       failed = true;
-      word = logger->text(msg::kMs64FailWord.number);
-      logger->log(kUrgent, msg::kMs64Fail);
+      word = logger->text(msg::kChecksumStageFailWord.number);
+      logger->log(kUrgent, msg::kChecksumStageFail);
       break;
     default:
       // Kept: a file that can't be verified counts as a success.
-      word = logger->text(msg::kMs64NotPossibleWord.number);
-      logger->log(kWarning, msg::kMs64NotPossible);
+      word = logger->text(msg::kChecksumStageNotPossibleWord.number);
+      logger->log(kWarning, msg::kChecksumStageNotPossible);
       break;
   }
   if (const int updated = updateChecksum(slot, ChecksumTarget::kSource); updated != 0) return updated;
 
   const std::string pair = "\"" + word + "\",\"" + slot.file->srcPath + "\"";
   if (failed) {
-    logger->log(kInfo, msg::kMs64StatusError, pair);
+    logger->log(kInfo, msg::kChecksumStageStatusError, pair);
   } else {
-    logger->log(kInfo, msg::kMs64StatusSuccess, pair);
+    logger->log(kInfo, msg::kChecksumStageStatusSuccess, pair);
   }
   return 0;
 }

@@ -1,21 +1,22 @@
 #include "writer/sparse_process_module.h"
 
 #include "log/logger.h"
-#include "reader/file_c.h"
+#include "reader/record/file_c.h"
 #include "writer/byte_scan.h"
 
 namespace tamrix {
 
-sparseProcessModule::sparseProcessModule(PipelineGlobals& globals) : ProcessModule(globals, "sparse") {
-  logger->log(kDebug, msg::kSparseConstructorProps);
+sparseProcessModule::sparseProcessModule(PipelineGlobals& globals, const RunOptions& options)
+    : ProcessModule(globals, options, "sparse") {
+  logger->log(kDebug, msg::kSparseStageConstructorProps);
 }
 
-sparseProcessModule::~sparseProcessModule() { logger->log(kDebug, msg::kSparseDestructor); }
+sparseProcessModule::~sparseProcessModule() { logger->log(kDebug, msg::kSparseStageDestructor); }
 
 int sparseProcessModule::processBuffer(BufferSlot& slot) {
   const bool zero = slot.hole != 0 || allZero(slot.data, static_cast<std::size_t>(slot.length));
   slot.sparseBlock = zero ? 1 : 0;
-  if (slot.sparseBlock != 0) logger->log(kDebug, msg::kSparseBlockFound, slot.file->fileName);
+  if (slot.sparseBlock != 0) logger->log(kDebug, msg::kSparseStageBlockFound, slot.file->fileName);
   return 0;
 }
 

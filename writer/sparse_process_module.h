@@ -1,7 +1,7 @@
 // The stage that finds buffers that need not be written.
 #pragma once
 
-#include "pipeline/stages.h"
+#include "pipeline/stage/stages.h"
 
 namespace tamrix {
 
@@ -11,7 +11,7 @@ namespace tamrix {
 // NOLINTNEXTLINE(readability-identifier-naming): established name
 class sparseProcessModule : public ProcessModule {
  public:
-  explicit sparseProcessModule(PipelineGlobals& globals);
+  sparseProcessModule(PipelineGlobals& globals, const RunOptions& options);
   ~sparseProcessModule() override;
 
   // Sets the slot's sparseBlock. Returns 0.

@@ -44,8 +44,8 @@ TEST(Properties, argumentsAreStoredOrRefused) {
     // What follows a refused argument is not looked at.
     const char* argv[] = {"tamrix", row.argument, "-alsobogus"};
     EXPECT_EQ(store.parseArgs(row.result == 0 ? 2 : 3, argv), row.result) << row.argument;
-    EXPECT_EQ(captured.count(msg::kPropArgRefused, row.key, row.value), row.result) << row.argument;
-    EXPECT_EQ(captured.count(msg::kPropArgHint), row.result) << row.argument;
+    EXPECT_EQ(captured.count(msg::kPropertiesArgRefused, row.key, row.value), row.result) << row.argument;
+    EXPECT_EQ(captured.count(msg::kPropertiesArgHint), row.result) << row.argument;
     EXPECT_TRUE(row.result == 1 || stored(store, row.key) == row.value) << row.argument;
   }
 }

@@ -16,7 +16,7 @@ TEST(Logger, textsAreWrittenWholeWhateverTheirLengthAndBytes) {
   for (const std::size_t length : {0U, 4086U, 4087U, 4096U, 100000U}) {
     const std::string path(length, '%');
     const CapturedLog captured;
-    logger->log(kInfo, msg::kWriteCopy, path, "x\n\xff");
+    logger->log(kInfo, msg::kFileWriterCopy, path, "x\n\xff");
     EXPECT_EQ(captured.logText(), "Copy " + path + " to x\n\xff\n") << length;
   }
 }
@@ -26,11 +26,11 @@ TEST(Logger, linesOfManyThreadsDoNotInterleave) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([] {
-      for (int i = 0; i < 200; ++i) logger->log(kInfo, msg::kWriterFilesCopied, i);
+      for (int i = 0; i < 200; ++i) logger->log(kInfo, msg::kWriterModuleFilesCopied, i);
     });
   }
   for (std::thread& thread : threads) thread.join();
-  for (int i = 0; i < 200; ++i) EXPECT_EQ(captured.count(msg::kWriterFilesCopied, i), 4) << i;
+  for (int i = 0; i < 200; ++i) EXPECT_EQ(captured.count(msg::kWriterModuleFilesCopied, i), 4) << i;
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "log/logger.h"
-#include "pipeline/module_manager.h"
+#include "pipeline/run/module_manager.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/wide_properties.h"
@@ -62,7 +62,7 @@ TEST(SuppressedLine, isNotFormatted) {
   const test::CapturedLog captured(kInfo);
   // Formatting this would read the text; a suppressed line only looks at its level.
   const char* const unreadable = reinterpret_cast<const char*>(16);
-  logger->log(kDebug, msg::kWriteNewFile, unreadable);
+  logger->log(kDebug, msg::kFileWriterNewFile, unreadable);
   EXPECT_EQ(captured.logText(), "");
 }
 

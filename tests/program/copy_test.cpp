@@ -167,7 +167,7 @@ void expectEqualCopies(std::uint64_t seed, int count, std::size_t largest,
       const mode_t umask = sparse ? 027 : 0;
       const ProgramRun run = scene.copy(options, {.umask = umask});
       EXPECT_EQ(run.status, 0) << run;
-      EXPECT_EQ(run.count(text(msg::kWriterFilesCopied, count)), 1) << run;
+      EXPECT_EQ(run.count(text(msg::kWriterModuleFilesCopied, count)), 1) << run;
       EXPECT_EQ(run.err.find("WARNING Error"), std::string::npos);
       EXPECT_EQ(tree.differences(scene.destination(""), umask), "") << testing::PrintToString(options);
       scene.removeCopies();
@@ -200,8 +200,8 @@ TEST(Copy, aReadOnlyFileOfAnOrdinaryUserLosesItsAttributesWithAWarningEach) {
   chmod(path.c_str(), 0444);
   const ProgramRun run = scene.copy({"-loglevel=PROGRESS"});
   EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.count(text(msg::kWriteXattrFailed, "user.one")), 1) << run;
-  EXPECT_EQ(run.count(text(msg::kStatusWarning, path, scene.destination("a"))), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileWriterXattrFailed, "user.one")), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileWriterStatusWarning, path, scene.destination("a"))), 1) << run;
   EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
 }
 

@@ -20,14 +20,14 @@ TEST(Failure, destinationsThatCannotBeMadeEndTheRun) {
   scene.addDestination("file");
   ASSERT_EQ(mkfifo(scene.destination("fifo").c_str(), 0600), 0);
   chmod(scene.destination("locked").c_str(), 0500);
-  const auto second = [](int error) { return text(msg::kWriteSecondCreateFailed, strerror(error)); };
+  const auto second = [](int error) { return text(msg::kFileWriterSecondCreateFailed, strerror(error)); };
   const std::vector<std::pair<std::string, std::string>> rows = {
       {"dir", second(EISDIR)},
       {"file/a", second(ENOTDIR)},
-      {"file/sub/a", text(msg::kWriteSubdirFailed, scene.destination("file/sub"))},
+      {"file/sub/a", text(msg::kFileWriterSubdirFailed, scene.destination("file/sub"))},
       {"fifo", second(ENXIO)},
       {"locked/a", second(EACCES)},
-      {"locked/sub/deep/a", text(msg::kWriteSubdirFailed, scene.destination("locked/sub"))}};
+      {"locked/sub/deep/a", text(msg::kFileWriterSubdirFailed, scene.destination("locked/sub"))}};
   const Contents before = scene.copied();
   for (const auto& [destination, message] : rows) {
     const ProgramRun run = scene.copyBatch({{a, scene.destination(destination)}});
@@ -49,7 +49,7 @@ TEST(Failure, aDestinationThatAnotherProcessHasLockedIsNotWrittenTo) {
   const ProgramRun run = scene.copy();
   close(fd);
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_EQ(run.count(text(msg::kWriteLockFailed, locked, strerror(EAGAIN))), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileWriterLockFailed, locked, strerror(EAGAIN))), 1) << run;
   // Kept: emptied by the time the lock is asked for, and left to the one who holds it.
   EXPECT_EQ(scene.copied(), (Contents{{"a", ""}}));
 }
@@ -63,17 +63,17 @@ TEST(Failure, aFileOverTheSizeLimitIsDeletedAndReported) {
   const std::string behindLink = scene.dir() / "elsewhere";
   scene.addSource("c", "small");
   const std::vector<std::pair<std::vector<std::string>, std::string>> rows = {
-      {{"-buffer-size=50000B", "-total-buffer-size=100000B"}, text(msg::kWriteFailed, strerror(EFBIG))},
-      {{"-buffer-size=1MB"}, text(msg::kWriteIncomplete, to, 150000, 400000)},
-      {{"-sparse"}, text(msg::kWriteTruncateFailed)}};
+      {{"-buffer-size=50000B", "-total-buffer-size=100000B"}, text(msg::kFileWriterFailed, strerror(EFBIG))},
+      {{"-buffer-size=1MB"}, text(msg::kFileWriterIncomplete, to, 150000, 400000)},
+      {{"-sparse"}, text(msg::kFileWriterTruncateFailed)}};
   for (const auto& [options, message] : rows) {
     for (const bool linked : {false, true}) {
       if (linked) std::filesystem::create_symlink(behindLink, to);
       const ProgramRun run = scene.copy(options, {.limits = {{RLIMIT_FSIZE, 150000}}});
       EXPECT_EQ(run.status, 1) << run;
       EXPECT_EQ(run.count(message), 1) << message << run;
-      EXPECT_EQ(run.count(text(msg::kStatusError, b, to)), 1) << run;
-      EXPECT_EQ(run.count(text(msg::kWriteDeleted, to)), 1) << run;
+      EXPECT_EQ(run.count(text(msg::kFileWriterStatusError, b, to)), 1) << run;
+      EXPECT_EQ(run.count(text(msg::kFileWriterDeleted, to)), 1) << run;
       // What is deleted is the file behind a link; the link stays.
       EXPECT_FALSE(std::filesystem::exists(behindLink));
       EXPECT_EQ(std::filesystem::remove(to), linked);
@@ -91,7 +91,7 @@ TEST(Failure, whatIsNoRegularFileIsNotDeleted) {
   const ProgramRun run = scene.copy();
   close(reader);
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_EQ(run.count(text(msg::kWriteDeleteFailed, fifo, strerror(EPERM))), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileWriterDeleteFailed, fifo, strerror(EPERM))), 1) << run;
   EXPECT_TRUE(std::filesystem::is_fifo(fifo));
 }
 
@@ -122,7 +122,7 @@ TEST(Interrupt, whereverTheRunIsItEndsWithWholeFilesOrNone) {
       EXPECT_EQ(run.count(text(msg::kMainInterrupted, number)), 1) << run;
       EXPECT_EQ(run.count(text(msg::kMainEnded, 128 + number)), 1) << run;
       if (words != copying) continue;
-      EXPECT_EQ(run.count(text(msg::kStatusError, large, scene.destination("large"))), 1) << run;
+      EXPECT_EQ(run.count(text(msg::kFileWriterStatusError, large, scene.destination("large"))), 1) << run;
     }
   }
 }

@@ -88,9 +88,11 @@ class FaultScene {
   void checkStatusLine(const ProgramRun& run, const std::string& name, bool copied, bool absent) const {
     const std::string from = scene_.source(name);
     const std::string to = scene_.destination(name);
-    if (run.count(text(msg::kStatusSuccess, from, to)) + run.count(text(msg::kStatusWarning, from, to)) > 0) {
+    if (run.count(text(msg::kFileWriterStatusSuccess, from, to)) +
+            run.count(text(msg::kFileWriterStatusWarning, from, to)) >
+        0) {
       EXPECT_TRUE(copied) << name;
-    } else if (run.count(text(msg::kStatusError, from, to)) > 0) {
+    } else if (run.count(text(msg::kFileWriterStatusError, from, to)) > 0) {
       EXPECT_TRUE(absent) << name;
     } else if (copied) {
       // Complete, but its lock could not be released.

@@ -45,7 +45,7 @@ TEST(Listing, linksAreFollowedAndWhatIsNoFileIsLeftOut) {
                                       {"link", "linked"},
                                       {"linked dir", "<dir>"},
                                       {"linked dir/file", "linked"}}));
-  EXPECT_EQ(run.count(text(msg::kListerDirectoryLoop, scene.source("a/loop"))), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileListerDirectoryLoop, scene.source("a/loop"))), 1) << run;
   for (const char* silent : {"dangling", "fifo"})
     EXPECT_EQ((run.out + run.err).find(silent), std::string::npos) << run;
 }
@@ -59,8 +59,8 @@ TEST(Listing, whatCannotBeExaminedIsToldAndTheRestCopied) {
   const ProgramRun run = scene.copy({"-recursive"});
   chmod(scene.source("locked").c_str(), 0700);
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_EQ(run.count(text(msg::kListerCannotOpen, scene.source("itself"), strerror(ELOOP))), 1) << run;
-  EXPECT_EQ(run.count(text(msg::kListerCannotOpen, scene.source("locked"), strerror(EACCES))), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source("itself"), strerror(ELOOP))), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source("locked"), strerror(EACCES))), 1) << run;
   EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
 }
 
@@ -96,7 +96,7 @@ TEST(SameFile, isNeitherOpenedNorCutAndTheOthersAreCopied) {
         scene.destination("hard"), scene.destination("dir/a")}) {
     const ProgramRun run = scene.copyBatch({{a, own}, {b, scene.destination("b")}});
     EXPECT_EQ(run.status, 1) << own << run;
-    EXPECT_EQ(run.count(text(msg::kListSameFile, a, own)), 1) << run;
+    EXPECT_EQ(run.count(text(msg::kCopyListSameFile, a, own)), 1) << run;
     EXPECT_EQ(test::readFile(a), "precious") << own;
     EXPECT_EQ(run.linesAfter("Copy "), std::vector<std::string>{b + " to " + scene.destination("b")}) << run;
   }
@@ -118,17 +118,18 @@ TEST(SameFile, asBothEndsOfDifferentPairsEndsTheRunBeforeAByteIsWritten) {
   std::filesystem::create_symlink(x, linkX);
   std::filesystem::create_symlink(scene.destination(""), scene.source("dir"));
   const std::vector<std::pair<CopyScene::Pairs, std::string>> rows = {
-      {{{a, x}, {x, y}}, text(msg::kListConflictChain, a, x, y)},
-      {{{x, y}, {a, x}}, text(msg::kListConflictChain, a, x, y)},
-      {{{a, b}, {b, a}}, text(msg::kListConflictChain, a, b, a)},
-      {{{b, hardA}, {a, x}}, text(msg::kListConflictChain, b, a, x)},
-      {{{a, x}, {b, linkX}}, text(msg::kListConflictSameDestination, a, b, linkX)},
-      {{{a, y}, {b, doubledY}}, text(msg::kListConflictSameDestination, a, b, doubledY)},
-      {{{a, y}, {b, yViaDir}}, text(msg::kListConflictSameDestination, a, b, yViaDir)},
+      {{{a, x}, {x, y}}, text(msg::kCopyListConflictChain, a, x, y)},
+      {{{x, y}, {a, x}}, text(msg::kCopyListConflictChain, a, x, y)},
+      {{{a, b}, {b, a}}, text(msg::kCopyListConflictChain, a, b, a)},
+      {{{b, hardA}, {a, x}}, text(msg::kCopyListConflictChain, b, a, x)},
+      {{{a, x}, {b, linkX}}, text(msg::kCopyListConflictSameDestination, a, b, linkX)},
+      {{{a, y}, {b, doubledY}}, text(msg::kCopyListConflictSameDestination, a, b, doubledY)},
+      {{{a, y}, {b, yViaDir}}, text(msg::kCopyListConflictSameDestination, a, b, yViaDir)},
       // A missing source that an earlier pair makes.
-      {{{a, y}, {y, scene.destination("z")}}, text(msg::kListConflictChain, a, y, scene.destination("z"))},
+      {{{a, y}, {y, scene.destination("z")}},
+       text(msg::kCopyListConflictChain, a, y, scene.destination("z"))},
       // The first of two clashes.
-      {{{a, y}, {b, x}, {x, a}}, text(msg::kListConflictChain, x, a, y)}};
+      {{{a, y}, {b, x}, {x, a}}, text(msg::kCopyListConflictChain, x, a, y)}};
   // A long list is probed ahead by another thread; the clash is with pairs far before.
   CopyScene::Pairs others;
   for (int i = 0; i < 3000; ++i) {
@@ -156,9 +157,9 @@ TEST(SameFile, aPairGivenTwiceIsCopiedOnceWithAWarning) {
   const std::string spelled = scene.dir().path() + "//target/./x";
   const ProgramRun run = scene.copyBatch({{a, x}, {a, x}, {a, spelled}});
   EXPECT_EQ(run.status, 0) << run;
-  EXPECT_EQ(run.count(text(msg::kListDuplicate, a, x)), 1) << run;
-  EXPECT_EQ(run.count(text(msg::kListDuplicate, a, spelled)), 1) << run;
-  EXPECT_EQ(run.count(text(msg::kWriterFilesCopied, 1)), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kCopyListDuplicate, a, x)), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kCopyListDuplicate, a, spelled)), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kWriterModuleFilesCopied, 1)), 1) << run;
 }
 
 }  // namespace

@@ -33,8 +33,8 @@ TEST(Output, levelDecidesWhichLinesAppearAndTheEndLineAlwaysDoes) {
   const CopyScene scene;
   const std::string path = scene.addSource("a");
   const std::vector<std::string> lines = {
-      text(msg::kMomRun), text(msg::kStatusSuccess, path, scene.destination("a")),
-      text(msg::kWriteCopy, path, scene.destination("a")), text(msg::kListNoPosition, "a")};
+      text(msg::kManagerRun), text(msg::kFileWriterStatusSuccess, path, scene.destination("a")),
+      text(msg::kFileWriterCopy, path, scene.destination("a")), text(msg::kCopyListNoPosition, "a")};
   const std::string ended = text(msg::kMainEnded, 0);
   std::size_t level = 0;
   for (const std::string name : {"DEBUG", "PROGRESS", "INFO", "WARNING", "URGENT"}) {

@@ -18,7 +18,7 @@ class Prompt : public testing::Test {
     return scene_.batch(pairs, "<interactive>enable</interactive>");
   }
   std::string question(char name) const {
-    return text(msg::kListOverwrite, scene_.destination(std::string(1, name)));
+    return text(msg::kCopyListOverwrite, scene_.destination(std::string(1, name)));
   }
   // The names whose destinations have the new content.
   std::string overwritten() const {
@@ -63,7 +63,7 @@ TEST_F(Prompt, noToAllIsAWarning) {
   for (const std::map<int, int>& replaced : {std::map<int, int>{}, {{0, -1}}}) {
     const ProgramRun run = scene_.copy({"-interactive"}, {.input = "n\n", .descriptors = replaced});
     EXPECT_EQ(run.status, 0) << run;
-    EXPECT_EQ(run.count(text(msg::kListNoSourceFiles)), 1) << run;
+    EXPECT_EQ(run.count(text(msg::kCopyListNoSourceFiles)), 1) << run;
     EXPECT_EQ(overwritten(), "");
   }
 }

@@ -42,8 +42,8 @@ TEST(FullFileSystem, keepsTheFilesThatFitAndNothingOfTheOneThatDoesNot) {
     if (!target.mounted()) GTEST_SKIP() << kNoMount;
     const ProgramRun run = scene.copy({bufferSize});
     EXPECT_EQ(run.status, 1) << run;
-    EXPECT_EQ(run.count(text(msg::kStatusError, b, scene.destination("b"))), 1) << run;
-    EXPECT_EQ(run.count(text(msg::kWriteDeleted, scene.destination("b"))), 1) << run;
+    EXPECT_EQ(run.count(text(msg::kFileWriterStatusError, b, scene.destination("b"))), 1) << run;
+    EXPECT_EQ(run.count(text(msg::kFileWriterDeleted, scene.destination("b"))), 1) << run;
     EXPECT_TRUE(scene.copied() == (Contents{{"a", whole}})) << run;
   }
 }
@@ -55,7 +55,7 @@ TEST(ReadOnlyFileSystem, isToldAndNothingElseHappens) {
   if (!target.mounted()) GTEST_SKIP() << kNoMount;
   const ProgramRun run = scene.copy({"-recursive"});
   EXPECT_EQ(run.status, 1) << run;
-  EXPECT_EQ(run.count(text(msg::kWriteSubdirFailed, scene.destination("sub"))), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kFileWriterSubdirFailed, scene.destination("sub"))), 1) << run;
 }
 
 }  // namespace

@@ -37,24 +37,27 @@ TEST(Refusal, optionsAndBatchFilesThatAreNotAccepted) {
   const std::string n100(100, 'n');
   const std::string missing = scene.dir() / "missing";
   const std::string cut = scene.dir().file("cut.xml", "<tamrixspec version='1.0'><data>");
-  const std::string hint = text(msg::kPropArgHint);
+  const std::string hint = text(msg::kPropertiesArgHint);
   expectRefused(
       scene, Ended::kInConfiguration,
       {{scene.args({"-nosuch=1"}),
-        {text(msg::kPropUnrecognized, "nosuch"), text(msg::kPropArgRefused, "nosuch", "1"), hint}},
-       {scene.args({"-srcpath"}), {text(msg::kPropArgRefused, "srcpath", ""), hint}},
+        {text(msg::kPropertiesUnrecognized, "nosuch"), text(msg::kPropertiesArgRefused, "nosuch", "1"),
+         hint}},
+       {scene.args({"-srcpath"}), {text(msg::kPropertiesArgRefused, "srcpath", ""), hint}},
        {scene.args({"-Sparse=Enable"}),
-        {text(msg::kPropInvalid, "sparse", "Enable"), text(msg::kPropArgRefused, "Sparse", "Enable")}},
-       {scene.args({"-" + n100 + "=1"}), {text(msg::kPropNameTooLong, n100, 99), hint}},
+        {text(msg::kPropertiesInvalid, "sparse", "Enable"),
+         text(msg::kPropertiesArgRefused, "Sparse", "Enable")}},
+       {scene.args({"-" + n100 + "=1"}), {text(msg::kPropertiesNameTooLong, n100, 99), hint}},
        {scene.args({"-dstpath=~/x"}),
-        {text(msg::kPropHomeNotSet, "~/x")},
+        {text(msg::kPropertiesHomeNotSet, "~/x")},
         {.environment = {{"HOME", std::nullopt}}}},
        {{"-batchfile=" + missing},
-        {text(msg::kParamOpenFailed, missing), text(msg::kPropParseFileFailed, missing)}},
-       {{"-batchfile=" + cut}, {text(msg::kParamParseFailed, cut), text(msg::kPropParseFileFailed, cut)}},
+        {text(msg::kBatchParamOpenFailed, missing), text(msg::kPropertiesParseFileFailed, missing)}},
+       {{"-batchfile=" + cut},
+        {text(msg::kBatchParamParseFailed, cut), text(msg::kPropertiesParseFileFailed, cut)}},
        {scene.batch({{a, scene.destination("a")}}, "<nosuch>1</nosuch>"),
-        {text(msg::kPropUnrecognized, "nosuch"), text(msg::kPropParamRefused, "nosuch", "1"),
-         text(msg::kPropParamHint)}}});
+        {text(msg::kPropertiesUnrecognized, "nosuch"), text(msg::kPropertiesParamRefused, "nosuch", "1"),
+         text(msg::kPropertiesParamHint)}}});
 }
 
 TEST(Refusal, sizesThatMakeNoRing) {
@@ -63,9 +66,9 @@ TEST(Refusal, sizesThatMakeNoRing) {
   scene.addDestination("a");
   constexpr long long kMb = 1 << 20;
   std::vector<Row> rows = {
-      {scene.args({"-total-buffer-size=abc"}), {text(msg::kSizeNotNumeric, "abc")}},
-      {scene.args({"-buffer-size=128kb"}), {text(msg::kSizeUnknownUnit, "kb")}},
-      {scene.args({"-buffer-size=1KBx"}), {text(msg::kSizeUnknownUnit, "x")}},
+      {scene.args({"-total-buffer-size=abc"}), {text(msg::kBufferSizeNotNumeric, "abc")}},
+      {scene.args({"-buffer-size=128kb"}), {text(msg::kBufferSizeUnknownUnit, "kb")}},
+      {scene.args({"-buffer-size=1KBx"}), {text(msg::kBufferSizeUnknownUnit, "x")}},
       {scene.args({"-total-buffer-size=99999999999999999999GB"}),
        {text(msg::kBufferTotalTooLarge, std::numeric_limits<std::int64_t>::max())}},
       {scene.args({"-total-buffer-size=-5MB"}), {text(msg::kBufferTotalNotPositive, -5 * kMb)}},
@@ -105,20 +108,20 @@ TEST(Refusal, pathsAndFilesThatWillNotDo) {
       scene, Ended::kInRun,
       {{scene.args({"-ignore-vendor-check=disable"}), {text(msg::kMainNoLtfsSide)}},
        {scene.args({"-srcpath=" + missing}),
-        {text(msg::kListerCannotOpen, missing, strerror(ENOENT)), text(msg::kListNoSourceFiles)}},
+        {text(msg::kFileListerCannotOpen, missing, strerror(ENOENT)), text(msg::kCopyListNoSourceFiles)}},
        {scene.batch({{missing, scene.destination("a")}}),
-        {text(msg::kListStatFailed, missing), text(msg::kListNoSourceFiles)}},
-       {scene.args({"-srcpath=" + a}), {text(msg::kListerCannotOpen, a, strerror(ENOTDIR))}},
+        {text(msg::kCopyListStatFailed, missing), text(msg::kCopyListNoSourceFiles)}},
+       {scene.args({"-srcpath=" + a}), {text(msg::kFileListerCannotOpen, a, strerror(ENOTDIR))}},
        {scene.args({"-srcpath=" + (scene.dir() / "locked")}),
-        {text(msg::kFrmOpenFailed, locked, strerror(EACCES))}},
-       {scene.args({"-srcpath=" + shut}), {text(msg::kListerCannotOpen, shut, strerror(EACCES))}},
-       {scene.args({"-dstpath=" + tooLong}), {text(msg::kSpecListerPathTooLong, 1026)}},
+        {text(msg::kFileReaderOpenFailed, locked, strerror(EACCES))}},
+       {scene.args({"-srcpath=" + shut}), {text(msg::kFileListerCannotOpen, shut, strerror(EACCES))}},
+       {scene.args({"-dstpath=" + tooLong}), {text(msg::kSpecFileListerPathTooLong, 1026)}},
        {{file("new.xml", "<tamrixspec version='2.0'/>"), "-ignore-vendor-check"},
-        {text(msg::kBatchListerBadVersion, "2.0")}},
+        {text(msg::kBatchFileListerBadVersion, "2.0")}},
        {{file("half.xml",
               "<tamrixspec version='1.0'><data><file><srcpath>/</srcpath></file></data></tamrixspec>"),
          "-ignore-vendor-check"},
-        {text(msg::kBatchNoDstpath), text(msg::kBatchListerFailed)}}});
+        {text(msg::kBatchNoDstpath), text(msg::kBatchFileListerFailed)}}});
 }
 
 }  // namespace

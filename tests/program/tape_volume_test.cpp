@@ -111,12 +111,14 @@ TEST(TapeVolume, virtualAttributesRefusedAtTheDestinationCostAWarningEach) {
   EXPECT_EQ(run.status, 0) << run;
   const std::vector<MountedVolume::File> files = scatteredFiles();
   for (const std::string& name : kVirtualNames) {
-    EXPECT_EQ(run.count(text(msg::kWriteXattrFailed, name)), static_cast<int>(files.size())) << name << run;
+    EXPECT_EQ(run.count(text(msg::kFileWriterXattrFailed, name)), static_cast<int>(files.size()))
+        << name << run;
   }
-  EXPECT_EQ(run.count(text(msg::kWriteXattrFailed, "user.mine")), 0) << run;
+  EXPECT_EQ(run.count(text(msg::kFileWriterXattrFailed, "user.mine")), 0) << run;
   for (const MountedVolume::File& file : files) {
     const std::string path = "new/deep/" + std::string(file.path);
-    EXPECT_EQ(run.count(text(msg::kStatusWarning, from / file.path, to / path)), 1) << file.path << run;
+    EXPECT_EQ(run.count(text(msg::kFileWriterStatusWarning, from / file.path, to / path)), 1)
+        << file.path << run;
     EXPECT_TRUE(test::readFile(to.backing(path)) == file.content) << file.path;
   }
   EXPECT_EQ(test::getXattr(to / "new/deep/a", "user.mine"), "kept");
@@ -140,7 +142,7 @@ TEST(TapeVolume, copiesOfOrdinaryFilesToItSucceedWithoutAWarning) {
     const ProgramRun run = copy(source.path(), volume.path(), options);
     EXPECT_EQ(run.status, 0) << run;
     EXPECT_EQ(run.err.find("WARNING Error"), std::string::npos) << run;
-    EXPECT_EQ(run.count(text(msg::kStatusSuccess, path, volume / "old")), 1) << run;
+    EXPECT_EQ(run.count(text(msg::kFileWriterStatusSuccess, path, volume / "old")), 1) << run;
     EXPECT_EQ(test::readFile(volume.backing("old")), "new");
     EXPECT_EQ(test::getXattr(volume / "old", "user.mine"), "kept");
     EXPECT_EQ(std::filesystem::last_write_time(volume / "old"), whole);
@@ -164,8 +166,8 @@ TEST(TapeVolume, aBlockThatCannotBeReadEndsTheRunAndLeavesNoHalfFile) {
     const TempDir target;
     const ProgramRun run = copy(volume.path(), target.path(), {row.options});
     EXPECT_EQ(run.status, 1) << run;
-    EXPECT_EQ(run.count(text(msg::kFillReadFailed, strerror(EIO))), 1) << run;
-    EXPECT_EQ(run.count(text(msg::kStatusSuccess, volume / "broken", target / "broken")), 0) << run;
+    EXPECT_EQ(run.count(text(msg::kFileReaderReadFailed, strerror(EIO))), 1) << run;
+    EXPECT_EQ(run.count(text(msg::kFileWriterStatusSuccess, volume / "broken", target / "broken")), 0) << run;
     // What was read before may or may not have been written by then, but whole.
     for (const auto& entry : std::filesystem::directory_iterator(target.path())) {
       EXPECT_EQ(entry.path(), target / "first") << row.options << ' ' << row.badBlock << run;
@@ -181,10 +183,10 @@ TEST(TapeVolume, positionsThatCannotBeReadCostAWarningAndTheOrder) {
   const ProgramRun run = copy(volume.path(), target.path());
   EXPECT_EQ(run.status, 0) << run;
   for (const char* name : {"a", "c", "d", "e", "index"}) {
-    EXPECT_EQ(run.count(text(msg::kXattrsUnreadable, "user.ltfs.startblock", volume / name, strerror(EIO))),
-              1)
+    EXPECT_EQ(
+        run.count(text(msg::kAttributesUnreadable, "user.ltfs.startblock", volume / name, strerror(EIO))), 1)
         << run;
-    EXPECT_EQ(run.count(text(msg::kListNoPosition, name)), 1) << run;
+    EXPECT_EQ(run.count(text(msg::kCopyListNoPosition, name)), 1) << run;
     EXPECT_EQ(test::getXattr(target / name, "user.ltfs.softwareVendor"), "VOQ");
   }
   EXPECT_EQ(names(volume.unmount().reads), (std::vector<std::string>{"a", "c", "d", "e", "index"}));

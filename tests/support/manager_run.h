@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "pipeline/globals.h"
-#include "pipeline/module_manager.h"
+#include "pipeline/run/module_manager.h"
+#include "pipeline/stage/globals.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/wide_properties.h"

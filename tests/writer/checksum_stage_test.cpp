@@ -59,10 +59,10 @@ TEST(ChecksumStage, anAuditVerifiesAndStoresAsTheUpdateModeSaysAndACopyDoesNot) 
       EXPECT_EQ(run.code, 0);
       EXPECT_GE(logger->returnCode(), fails);
       const std::string pair = "\"" + c.word + "\",\"" + source + "\"";
-      EXPECT_EQ(run.log.count(msg::kMs64StatusError, pair), fails);
-      EXPECT_EQ(run.log.count(msg::kMs64StatusSuccess, pair), audits - fails);
-      EXPECT_EQ(run.log.count(msg::kMs64StatusSuccess, "\"Verify pass\",\"" + next + "\""), audits);
-      EXPECT_EQ(run.log.count(msg::kMs64EndOfFile), 2);
+      EXPECT_EQ(run.log.count(msg::kChecksumStageStatusError, pair), fails);
+      EXPECT_EQ(run.log.count(msg::kChecksumStageStatusSuccess, pair), audits - fails);
+      EXPECT_EQ(run.log.count(msg::kChecksumStageStatusSuccess, "\"Verify pass\",\"" + next + "\""), audits);
+      EXPECT_EQ(run.log.count(msg::kChecksumStageEndOfFile), 2);
       EXPECT_EQ(getXattr(source, kAttribute), audits != 0 ? c.after : c.stored);
       EXPECT_EQ(getXattr(dir / "dst/f", kAttribute), audits != 0 ? kNone : c.stored);
     }
@@ -101,8 +101,8 @@ TEST(ChecksumStage, sourceThatTakesNoAttributeEndsTheRunWithoutAStatusLine) {
                                    {"recursive", "disable"},
                                    {"checksum", "modsum64"},
                                    {"checksum-update", "newonly"}});
-  EXPECT_EQ(run.log.count(msg::kChecksumUpdateFailed, kAttribute), 1);
-  EXPECT_EQ(run.log.count(msg::kProcessFailed, 2), 1);
+  EXPECT_EQ(run.log.count(msg::kModuleChecksumUpdateFailed, kAttribute), 1);
+  EXPECT_EQ(run.log.count(msg::kProcessModuleFailed, 2), 1);
   EXPECT_EQ(run.log.logText().find("Status-file"), std::string::npos);
 }
 

@@ -84,7 +84,7 @@ TEST(SparseStage, holesAreTheBuffersOfZerosAndTheCopyIsEqual) {
           {{"sparse", "enable"}, {"total-buffer-size", ring}, {"buffer-size", std::to_string(c.bufferSize)}},
           level);
       EXPECT_EQ(run.code + logger->returnCode(), 0);
-      EXPECT_EQ(run.log.count(msg::kSparseBlockFound, "f"), level == kDebug ? c.holes : 0);
+      EXPECT_EQ(run.log.count(msg::kSparseStageBlockFound, "f"), level == kDebug ? c.holes : 0);
       EXPECT_EQ(test::readFile(dir / "dst/f"), c.content);
       EXPECT_LE(dataBytes(dir / "dst/f"), c.bytes);
     }

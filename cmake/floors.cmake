@@ -1,0 +1,26 @@
+# No include climbs: a file may include only what is in its own folder, or in the folders that its floor links.
+# The linker alone does not see to that, since a header needs no link.
+
+# tamrix_check_floors(): fails at the first include of a floor that its LINK list does not cover.
+function(tamrix_check_floors)
+  get_property(floors GLOBAL PROPERTY tamrix_floors)
+  foreach(floor IN LISTS floors)
+    get_property(folder GLOBAL PROPERTY tamrix_folder_of_${floor})
+    set(allowed ${folder})
+    get_property(links GLOBAL PROPERTY tamrix_link_of_${floor})
+    foreach(link IN LISTS links)
+      get_property(below GLOBAL PROPERTY tamrix_folder_of_${link})
+      list(APPEND allowed ${below})
+    endforeach()
+    file(GLOB files ${PROJECT_SOURCE_DIR}/${folder}/*.h ${PROJECT_SOURCE_DIR}/${folder}/*.cpp)
+    foreach(file IN LISTS files)
+      file(STRINGS ${file} includes REGEX "^#include \"")
+      foreach(include IN LISTS includes)
+        string(REGEX REPLACE "^#include \"(.*)/[^/]*\".*" "\\1" from "${include}")
+        if(NOT from IN_LIST allowed)
+          message(FATAL_ERROR "${file} may not use ${from}/ (${floor} does not link it): ${include}")
+        endif()
+      endforeach()
+    endforeach()
+  endforeach()
+endfunction()

@@ -1,0 +1,42 @@
+// The options of a run as its parts use them: read once from the store, then handed down.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tamrix {
+
+class Properties;
+
+enum class VerifyMode : std::int32_t { kNotSet = 0, kFail = 1, kWarn = 2 };
+enum class ChecksumUpdateMode : std::int32_t { kNotSet = 0, kCalcOnly = 1, kNewOnly = 2, kUpdateAll = 3 };
+enum class AuditMode { kNone, kTape, kFiles, kOther };
+
+// A plain record: made by readRunOptions, constant while stages run, so any thread may read it.
+// A text is empty when its option is not set or empty. Sizes are kept as text: the ring judges them.
+struct RunOptions {
+  std::string srcpath;
+  std::string srcspec;
+  std::string dstpath;
+  std::string batchfile;
+  bool recursive = false;
+  bool interactive = false;
+  bool sparse = false;
+  bool ignoreVendorCheck = false;
+
+  std::string totalBufferSize;
+  std::string bufferSize;
+  std::string bufferFile;  // empty: buffers in memory
+
+  AuditMode audit = AuditMode::kNone;
+  VerifyMode verify = VerifyMode::kNotSet;
+  ChecksumUpdateMode checksumUpdate = ChecksumUpdateMode::kNotSet;
+  bool asksForChecksum = false;   // "verify" or "checksum-update" has a value, whatever it is
+  std::string checksum;           // the algorithm
+  std::string checksumAttribute;  // "checksumea": the extended attribute that carries the checksum
+};
+
+// Reads every option; the store traces each look-up at kDebug.
+RunOptions readRunOptions(const Properties& store);
+
+}  // namespace tamrix

@@ -1,0 +1,56 @@
+// The options of tape_volume:
+//
+//     -layout=FILE         where files lie on tape, a line each: PARTITION BLOCK PATH-BELOW-DIRECTORY
+//     -account=FILE        written at the end: what the drive had to do; see tape_account.h
+//     -vendor=TEXT -uuid=TEXT -blocksize=BYTES
+//     -bad-block=P:BLOCK   reading block BLOCK of partition P fails; any number of them
+//     -bad-attribute=NAME  reading the virtual attribute fails
+//     -delay=FACTOR        sleep FACTOR times the modelled time; 0 (not at all) without it
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "model/tape_account.h"
+
+namespace tamrix::model {
+
+struct TapeVolumeSettings {
+  std::string layoutFile;
+  std::string accountFile;
+  std::string vendor = "VOQ";
+  std::string uuid = "30a91a08-daae-48d1-ae75-69804e61d2ea";
+  std::int64_t blockSize = 524288;
+  std::set<Account::Position> badBlocks;
+  std::string badAttribute;
+  double delay = 0;
+};
+
+// Returns false when `argument` is no option.
+inline bool takeOption(std::string_view argument, TapeVolumeSettings& settings) {
+  using Value = const std::string&;
+  const std::map<std::string_view, std::function<void(Value)>> options = {
+      {"-layout", [&](Value value) { settings.layoutFile = value; }},
+      {"-account", [&](Value value) { settings.accountFile = value; }},
+      {"-vendor", [&](Value value) { settings.vendor = value; }},
+      {"-uuid", [&](Value value) { settings.uuid = value; }},
+      {"-blocksize", [&](Value value) { settings.blockSize = std::stoll(value); }},
+      {"-bad-block",
+       [&](Value value) {
+         settings.badBlocks.insert({value.at(0), std::stoll(value.substr(2))});
+       }},
+      {"-bad-attribute", [&](Value value) { settings.badAttribute = value; }},
+      {"-delay", [&](Value value) { settings.delay = std::stod(value); }},
+  };
+  const std::size_t equals = argument.find('=');
+  const auto found = options.find(argument.substr(0, equals));
+  if (equals == std::string_view::npos || found == options.end()) return false;
+  found->second(std::string(argument.substr(equals + 1)));
+  return true;
+}
+
+}  // namespace tamrix::model

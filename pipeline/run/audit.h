@@ -1,0 +1,37 @@
+// The tape audit: how the files of a copy list lie on the tape, and what rewriting them could reclaim.
+#pragma once
+
+#include <cstdint>
+
+#include "config/run_options.h"
+
+namespace tamrix {
+
+class CopyList;
+struct Extent;
+
+// A number of blocks. Wide enough for any sum of sizes and start blocks: the latter come from attributes, in
+// which anything may stand.
+__extension__ using Blocks = __int128;
+
+// Threads: the main thread; no pipeline runs meanwhile. Lifetime: any.
+class Audit {
+ public:
+  // `options` must outlive it: the source path is where the volume is mounted.
+  explicit Audit(const RunOptions& options);
+
+  // Reports gaps between consecutive files, a line per file and a summary, as log lines at kInfo; the summary
+  // also as plain output. Returns 0; or 1, logged at kUrgent, when the volume's block size can't be read or
+  // is none, or when there are no files. When the files span no blocks, a warning stands in for the summary.
+  [[nodiscard]] int report(const CopyList& list) const;
+
+ private:
+  // Reads the size in bytes of a block of the volume. Returns 0, or 1 after logging why not.
+  int readBlockSize(std::int32_t& blockSize) const;
+  static void reportFile(const Extent& extent, Blocks blocks, Blocks& expectedBlock);
+  void reportSummary(const CopyList& list, Blocks usedBlocks, std::int32_t blockSize) const;
+
+  const RunOptions& options_;
+};
+
+}  // namespace tamrix

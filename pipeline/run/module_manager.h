@@ -1,0 +1,54 @@
+// Turns the settled configuration into a pipeline, runs it and tears it down.
+//
+//   properties                                          pipeline
+//   none of verify, checksum-update, audit              reader, writer
+//   verify or checksum-update, checksum=modsum64        reader, checksum, writer
+//   sparse=enable, with any of these rows               a sparse stage before the writer's place
+//   audit=files, checksum=modsum64                      reader, checksum
+//   audit=tape                                          none: the copy list, then the audit report
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "config/run_options.h"
+#include "pipeline/stage/globals.h"
+#include "pipeline/stage/module.h"
+#include "reader/list/copy_list.h"
+
+namespace tamrix {
+
+// Threads: the main thread only. Lifetime: one run; owns the stages and the ring.
+class ModuleManager {
+ public:
+  ModuleManager() = default;
+  ModuleManager(const ModuleManager&) = delete;
+  ModuleManager& operator=(const ModuleManager&) = delete;
+
+  // `globals` must outlive the manager.
+  void setGlobals(PipelineGlobals* globals);
+
+  // Adds a stage at the end of the pipeline and numbers it. Returns 0.
+  int addModule(std::unique_ptr<Module> module);
+  // Traced, nothing else. Returns 0.
+  int endModule();
+
+  // Lists, builds, runs and joins; to be called once, after setGlobals. Returns 0 when the pipeline ran (how
+  // its stages fared is in the log and the logger's return codes), or the code with which it was not built.
+  [[nodiscard]] int run();
+
+ private:
+  int addChecksumStage();
+  void addSparseStage();
+  void addWriter();
+  int runPipeline();
+  void startModules(BufferQ& ring);
+
+  PipelineGlobals* globals_ = nullptr;
+  RunOptions options_;
+  std::optional<CopyList> list_;                  // what the run copies; the stages use it
+  std::vector<std::unique_ptr<Module>> modules_;  // by module id
+};
+
+}  // namespace tamrix

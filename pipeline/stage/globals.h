@@ -1,0 +1,26 @@
+// What the entry, the module manager, every stage and the ring share about one run.
+#pragma once
+
+#include <cstdint>
+
+#include "pipeline/ring/stop_flag.h"
+
+namespace tamrix {
+
+// Made by the entry, zeroed; shared by reference for the length of a run.
+struct PipelineGlobals {
+  StopFlag stopExecution;
+
+  // Set by the module manager while it adds stages; constant once threads run.
+  std::uint8_t hasProcessModule = 0;
+  std::uint8_t sparseMode = 0;
+  std::uint8_t hasWriter = 0;
+
+  std::int64_t totalBytes = 0;  // to transfer; summed up by the copy list before threads run
+
+  // Tells every stage and the ring to end. Each failing path calls it; calling it again changes nothing.
+  // Stages see it when they next ask for a buffer, or at the end of their wait for one.
+  void stopPipeline() { stopExecution.set_.store(1, std::memory_order_release); }
+};
+
+}  // namespace tamrix

@@ -1,0 +1,111 @@
+#include "reader/list/batch_file_lister.h"
+
+#include <filesystem>
+#include <vector>
+
+#include "log/logger.h"
+
+namespace tamrix {
+
+namespace {
+
+constexpr const char* kBatchVersion = "1.0";
+
+}  // namespace
+
+BatchFileLister::BatchFileLister(PipelineGlobals& globals, const RunOptions& options)
+    : FileLister(globals, options) {
+  srcFile_ = "Batchsource";
+  dstFile_ = "Batchdest";
+  logger->log(kDebug, msg::kBatchFileListerConstructorProps);
+}
+
+BatchFileLister::~BatchFileLister() { logger->log(kDebug, msg::kBatchFileListerDestructor); }
+
+int BatchFileLister::init() {
+  const std::string& fileName = options_.batchfile;
+  logger->log(kDebug, msg::kBatchFileListerInit, fileName);
+
+  std::vector<BatchPair> read;
+  BatchXmlReader reader(fileName);
+  if (reader.getFileListInBatch(read) != 0) {
+    logger->log(kUrgent, msg::kBatchFileListerFailed);
+    return 1;
+  }
+  if (reader.version() != kBatchVersion) {
+    logger->log(kUrgent, msg::kBatchFileListerBadVersion, reader.version());
+    return 1;
+  }
+  for (BatchPair& pair : read) {
+    if (!makeAbsolute(pair)) return 1;
+    logger->log(kDebug, msg::kBatchFileListerPair, pair.source, pair.destination);
+    if (appendPair(std::move(pair)) != 0) return 1;
+    if (globals_.stopExecution.isSet()) return 1;
+  }
+  return 0;
+}
+
+bool BatchFileLister::makeAbsolute(BatchPair& pair) {
+  for (std::string* path : {&pair.source, &pair.destination}) {
+    if (path->starts_with('/')) continue;
+    if (currentDir_.empty()) {
+      std::error_code error;
+      currentDir_ = std::filesystem::current_path(error).string();
+      if (error) {
+        logger->log(kUrgent, msg::kPropertiesNoCurrentDir, error.message());
+        return false;
+      }
+    }
+    path->insert(0, currentDir_ + "/");
+  }
+  return true;
+}
+
+int BatchFileLister::appendPair(BatchPair pair) {
+  // Wildcards count anywhere in the source, also in its directories.
+  if (pair.source.find_first_of("*?") != std::string::npos) return expand(pair);
+  pairs_.push_back(std::move(pair));
+  return 0;
+}
+
+// A wildcard pair copies into the directory that holds the named destination, keeping the subdirectories that
+// recursion finds.
+int BatchFileLister::expand(const BatchPair& pair) {
+  const std::size_t slash = pair.source.rfind('/');
+  if (slash == std::string::npos) {
+    logger->log(kUrgent, msg::kBatchFileListerNoSeparator);
+    return 1;
+  }
+  const std::string directory = pair.source.substr(0, slash);
+  const std::string destination = pair.destination.substr(0, pair.destination.rfind('/'));
+  PathList matches;
+  listMatching(matches, directory, std::string_view(pair.source).substr(slash + 1), options_.recursive);
+  for (; !matches.empty(); matches.pop_front()) {
+    std::string& match = matches.front();
+    std::string target = destination + match.substr(slash);
+    pairs_.push_back({std::move(match), std::move(target)});
+  }
+  return 0;
+}
+
+int BatchFileLister::getNextFile() {
+  if (pairs_.empty()) {
+    logger->log(kDebug, msg::kBatchFileListerEnd);
+    return 1;
+  }
+  srcFile_ = std::move(pairs_.front().source);
+  dstFile_ = std::move(pairs_.front().destination);
+  pairs_.pop_front();
+  logger->log(kDebug, msg::kBatchFileListerNextPair, srcFile_, dstFile_);
+  return hasAcceptedLength(srcFile_) && hasAcceptedLength(dstFile_) ? 0 : -1;
+}
+
+bool BatchFileLister::peekBehindCurrent(std::size_t ahead, std::string& source,
+                                        std::string& destination) const {
+  if (ahead >= pairs_.size()) return false;
+  source = pairs_[ahead].source;
+  destination = pairs_[ahead].destination;
+  return true;
+}
+
+}  // namespace tamrix

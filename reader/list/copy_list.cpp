@@ -1,0 +1,232 @@
+#include "reader/list/copy_list.h"
+
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <forward_list>
+#include <new>
+
+#include "config/properties.h"
+#include "log/logger.h"
+#include "reader/list/batch_file_lister.h"
+#include "reader/list/overwrite_prompt.h"
+#include "reader/list/spec_file_lister.h"
+
+namespace tamrix {
+
+namespace {
+
+// Whether a destination that could not be examined for `error` may still be opened, and be the source or
+// another pair's file: then it must not be written.
+bool mayHideAFile(int error) {
+  return error != ENOENT && error != ENOTDIR && error != EACCES && error != ELOOP && error != ENAMETOOLONG;
+}
+
+}  // namespace
+
+struct CopyList::Records {
+  std::deque<FileC> files;
+  std::deque<Extent> extents;
+
+  // New ones, never destroyed.
+  static Records& make() {
+    static auto* const all = new std::forward_list<Records>;
+    return all->emplace_front();
+  }
+};
+
+CopyList::CopyList(PipelineGlobals& globals, const RunOptions& options)
+    : globals_(globals),
+      options_(options),
+      vendorOk_(options.ignoreVendorCheck),
+      interactive_(options.interactive),
+      writes_(options.audit == AuditMode::kNone),
+      records_(Records::make()) {}
+
+int CopyList::getList() {
+  try {
+    return takeAllPairs();
+  } catch (const std::bad_alloc&) {
+    logger->log(kUrgent, msg::kCopyListNoMemory);
+    return 1;
+  }
+}
+
+int CopyList::takeAllPairs() {
+  logger->log(kDebug, msg::kCopyListCalled);
+  SpecFileLister specLister(globals_, options_);
+  BatchFileLister batchLister(globals_, options_);
+
+  struct Pass {
+    FileLister& lister;
+    const std::string& option;  // empty: the pass is left out
+    MessageId<> taken;
+  };
+  const std::array passes = {Pass{specLister, options_.srcspec, msg::kCopyListPassSrcspec},
+                             Pass{batchLister, options_.batchfile, msg::kCopyListPassBatch}};
+  for (std::size_t i = 0; i < passes.size(); ++i) {
+    if (passes.at(i).option.empty()) {
+      logger->log(kDebug, msg::kCopyListSkipPass, static_cast<std::int32_t>(i));
+      continue;
+    }
+    logger->log(kDebug, passes.at(i).taken);
+    if (const int result = passes.at(i).lister.init(); result != 0) return result;
+    if (const int result = takePairs(passes.at(i).lister); result != 0) return result;
+  }
+  return finish();
+}
+
+int CopyList::takePairs(FileLister& lister) {
+  PairProbes probes(lister, interactive_ ? PairProbes::When::kInTurn : PairProbes::When::kAhead);
+  for (;;) {
+    if (globals_.stopExecution.isSet()) return 1;
+    const int next = lister.getNextFile();
+    if (next == 1) return 0;
+    if (next != 0) return 1;
+    if (takePair(probes.next()) == Verdict::kEndRun) return 1;
+  }
+}
+
+CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
+  const std::string& source = pair.source;
+  const std::string& destination = pair.destination;
+  logger->log(kDebug, msg::kCopyListSourceFile, source);
+  logger->log(kDebug, msg::kCopyListGotFile, source);
+  const bool destinationExists = pair.destinationId.exists(destination);
+  if (!destinationExists && mayHideAFile(pair.destinationError)) {
+    logger->log(kUrgent, msg::kCopyListStatFailed, destination);
+    return Verdict::kDrop;
+  }
+
+  const Verdict clash = judgeClash(pair);
+  if (clash != Verdict::kAccept) return clash;
+  if (interactive_ && destinationExists) {
+    const Verdict answer = askUser(destination);
+    if (answer != Verdict::kAccept) return answer;
+  }
+  if (!pair.sourceId.exists(source)) {
+    logger->log(kUrgent, msg::kCopyListStatFailed, source);
+    return Verdict::kDrop;
+  }
+  if (!S_ISREG(pair.sourceStatus.st_mode)) {
+    logger->log(kDebug, msg::kCopyListNotRegular);
+    return Verdict::kDrop;
+  }
+  logger->log(kDebug, msg::kCopyListFileSize, pair.sourceStatus.st_size);
+  if (!vendorOk_) checkVendor(source, destination);
+
+  FileC& file = addRecord(pair);
+  index_.add(file, pair.sourceId, pair.destinationId);
+  addExtent(file, pair.attributes);
+  return Verdict::kAccept;
+}
+
+CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) const {
+  const std::string& source = pair.source;
+  const std::string& destination = pair.destination;
+  const PathIdentity& from = pair.sourceId;
+  const PathIdentity& to = pair.destinationId;
+  if (writes_ && from.exists(source) && to.exists(destination) && from.device == to.device &&
+      from.inode == to.inode) {
+    logger->log(kUrgent, msg::kCopyListSameFile, source, destination);
+    return Verdict::kDrop;
+  }
+  const PairClash clash = index_.find(source, from, destination, to);
+  switch (clash.kind) {
+    case PairClash::Kind::kNone:
+      return Verdict::kAccept;
+    case PairClash::Kind::kDuplicate:
+      logger->log(kWarning, msg::kCopyListDuplicate, source, destination);
+      return Verdict::kDrop;
+    case PairClash::Kind::kReadsDestination:
+      logger->log(kUrgent, msg::kCopyListConflictChain, clash.earlier->srcPath, source, destination);
+      return Verdict::kEndRun;
+    case PairClash::Kind::kOverwritesSource:
+      logger->log(kUrgent, msg::kCopyListConflictChain, source, destination, clash.earlier->dstPath);
+      return Verdict::kEndRun;
+    case PairClash::Kind::kSameDestination:
+      logger->log(kUrgent, msg::kCopyListConflictSameDestination, clash.earlier->srcPath, source,
+                  destination);
+      return Verdict::kEndRun;
+  }
+  return Verdict::kEndRun;
+}
+
+CopyList::Verdict CopyList::askUser(const std::string& destination) {
+  switch (askOverwrite(destination, globals_.stopExecution)) {
+    case OverwriteAnswer::kNo:
+      return Verdict::kDrop;
+    case OverwriteAnswer::kStopped:
+      return Verdict::kEndRun;
+    case OverwriteAnswer::kAll:
+      // Known key, known value: the store takes it, locked or not.
+      interactive_ = properties->addProperty("interactive", "disable") != 0;
+      return Verdict::kAccept;
+    case OverwriteAnswer::kYes:
+      return Verdict::kAccept;
+  }
+  return Verdict::kDrop;
+}
+
+void CopyList::checkVendor(const std::string& source, const std::string& destination) {
+  vendorOk_ =
+      isSoftwareVendorVOQ(source) || isSoftwareVendorVOQ(destination.substr(0, destination.rfind('/')));
+}
+
+FileC& CopyList::addRecord(const PairProbe& pair) {
+  FileC& file = records_.files.emplace_back(pair.source, pair.destination, pair.sourceStatus);
+  globals_.totalBytes += file.fileSize;
+  pair.attributes.collect(file);
+  return file;
+}
+
+void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
+  TapePosition position;
+  if (attributes.tellPosition(position)) {
+    previous_ = position;
+  } else {
+    logger->log(kWarning, msg::kCopyListNoPosition, file.fileName);
+    logger->log(kDebug, msg::kCopyListNoPositionPath, file.srcPath);
+    if (file.fileSize == 0) {
+      // No data on tape: it goes with the last file that had a position.
+      position = previous_;
+      logger->log(kDebug, msg::kCopyListEmptyFilePosition);
+    } else {
+      position = {};
+      position.partition = '?';
+      position.startBlock = static_cast<std::int64_t>(sorted_.size());
+    }
+  }
+  Extent& extent = records_.extents.emplace_back();
+  extent.volumeUuid = position.volumeUuid;
+  extent.partition = position.partition;
+  extent.startBlock = position.startBlock;
+  extent.byteCount = file.fileSize;
+  extent.file = &file;
+  sorted_.push_back(&extent);
+}
+
+int CopyList::finish() {
+  if (!vendorOk_) {
+    logger->log(kUrgent, msg::kMainNoLtfsSide);
+    return 1;
+  }
+  if (sorted_.empty()) {
+    logger->log(kDebug, msg::kCopyListNoFiles);
+    logger->log(kWarning, msg::kCopyListNoSourceFiles);
+    return 1;
+  }
+  logger->log(kDebug, msg::kCopyListFilesFound, static_cast<std::int32_t>(sorted_.size()));
+  sortInTapeOrder(sorted_);
+  if (logger->level() <= kDebug) {
+    for (const Extent* e : sorted_) {
+      logger->log(kDebug, msg::kCopyListExtent, static_cast<char>(e->partition), e->startBlock, e->byteCount,
+                  e->offset, e->file->fileName, e->volumeUuid.data());
+    }
+  }
+  logger->log(kProgress, msg::kCopyListTotalBytes, globals_.totalBytes);
+  return 0;
+}
+
+}  // namespace tamrix

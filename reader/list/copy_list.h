@@ -1,0 +1,65 @@
+// The list of what a run copies, in the order in which it lies on tape.
+#pragma once
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "pipeline/stage/globals.h"
+#include "reader/list/file_lister.h"
+#include "reader/list/pair_index.h"
+#include "reader/list/pair_probes.h"
+#include "reader/record/extent.h"
+#include "reader/record/file_c.h"
+
+namespace tamrix {
+
+// Purpose: takes every pair from the listers, drops or refuses what can't be copied, makes a record and an
+// extent of each accepted file, reads where it lies, and sorts the extents into tape order. Sees to it that
+// at least one side of the copy is on a volume of the expected vendor. Threads: getList on one thread, which
+// may start another (see PairProbes); afterwards the reader stage walks `extents`. Lifetime: a run's; but the
+// records that buffers point at live until the process ends, which giving millions of them back would delay.
+class CopyList {
+ public:
+  CopyList(PipelineGlobals& globals, const RunOptions& options);
+  CopyList(const CopyList&) = delete;
+  CopyList& operator=(const CopyList&) = delete;
+
+  // Builds the list; to be called once. Returns 0 when it holds at least one extent and is sorted. Otherwise
+  // the run ends: a lister's code, or 1 for a conflict, no volume on either side, no files, no memory or an
+  // interrupt; all but the interrupt are logged. Dropped pairs don't end the run: duplicates, answers of
+  // "no", sources that are gone or no regular files, destinations that are their own source or can't be
+  // examined.
+  [[nodiscard]] int getList();
+
+  // In tape order once built.
+  const std::vector<Extent*>& extents() const { return sorted_; }
+
+ private:
+  enum class Verdict { kAccept, kDrop, kEndRun };
+  struct Records;
+
+  int takeAllPairs();
+  int takePairs(FileLister& lister);
+  // Judges one pair and adds it when it is accepted.
+  Verdict takePair(const PairProbe& pair);
+  Verdict judgeClash(const PairProbe& pair) const;
+  Verdict askUser(const std::string& destination);
+  void checkVendor(const std::string& source, const std::string& destination);
+  FileC& addRecord(const PairProbe& pair);
+  void addExtent(FileC& file, const SourceAttributes& attributes);
+  int finish();
+
+  PipelineGlobals& globals_;
+  const RunOptions& options_;
+  PairIndex index_;
+  TapePosition previous_;  // of the last file that had one; where an empty file without one is put
+  bool vendorOk_;
+  bool interactive_;   // until "all" is answered
+  const bool writes_;  // an audit does not: there, a file may well be its own destination
+
+  Records& records_;
+  std::vector<Extent*> sorted_;
+};
+
+}  // namespace tamrix

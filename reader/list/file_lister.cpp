@@ -1,0 +1,56 @@
+#include "reader/list/file_lister.h"
+
+#include <sys/stat.h>
+
+#include "log/logger.h"
+
+namespace tamrix {
+
+FileLister::FileLister(PipelineGlobals& globals, const RunOptions& options)
+    : globals_(globals), options_(options) {
+  logger->log(kDebug, msg::kFileListerConstructorProps);
+}
+
+FileLister::~FileLister() { logger->log(kDebug, msg::kFileListerDestructor); }
+
+void FileLister::dirInfoRecursive(PathList& list, const std::string& directory, std::string_view pattern) {
+  walkDirectory({S_IFREG, true, true, pattern}, directory, globals_.stopExecution, list);
+}
+
+void FileLister::dirInfo(PathList& list, const std::string& directory, std::string_view pattern) {
+  walkDirectory({S_IFREG, false, true, pattern}, directory, globals_.stopExecution, list);
+}
+
+int FileLister::init() { return 1; }
+
+int FileLister::getNextFile() { return 0; }
+
+bool FileLister::peek(std::size_t ahead, std::string& source, std::string& destination) const {
+  if (ahead != 0) return peekBehindCurrent(ahead - 1, source, destination);
+  source = srcFile_;
+  destination = dstFile_;
+  return true;
+}
+
+bool FileLister::peekBehindCurrent(std::size_t /*ahead*/, std::string& /*source*/,
+                                   std::string& /*destination*/) const {
+  return false;
+}
+
+int FileLister::listMatching(PathList& result, const std::string& directory, std::string_view pattern,
+                             bool recursive) {
+  if (recursive) {
+    dirInfoRecursive(result, directory, pattern);
+  } else {
+    dirInfo(result, directory, pattern);
+  }
+  return 0;
+}
+
+bool FileLister::hasAcceptedLength(const std::string& path) {
+  if (path.size() <= kMaxPathLength) return true;
+  logger->log(kUrgent, msg::kSpecFileListerPathTooLong, static_cast<std::int32_t>(path.size() + 1));
+  return false;
+}
+
+}  // namespace tamrix

@@ -1,0 +1,67 @@
+// Finds pairs that can't be copied together, at a cost per pair that does not grow with the list.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <string>
+#include <string_view>
+
+#include "reader/list/number_table.h"
+#include "reader/list/path_identity.h"
+
+namespace tamrix {
+
+struct FileC;
+
+// How a new pair stands to an earlier one.
+struct PairClash {
+  enum class Kind {
+    kNone,
+    kDuplicate,         // the same source to the same destination
+    kReadsDestination,  // its source is what the earlier pair writes
+    kOverwritesSource,  // its destination is what the earlier pair reads
+    kSameDestination,   // both write the same file
+  };
+  Kind kind = Kind::kNone;
+  const FileC* earlier = nullptr;  // the first pair, in order of addition, that clashes
+};
+
+// Purpose: holds the accepted pairs of a listing by the files they mean (see PathIdentity), so that another
+// spelling or a link is seen as the file it is.
+// Threads: one. Lifetime: a listing; the records must outlive it.
+class PairIndex {
+ public:
+  // How the pair stands to those added before. `source` and `destination` come from a PathResolver.
+  PairClash find(const std::string& srcPath, const PathIdentity& source, const std::string& dstPath,
+                 const PathIdentity& destination) const;
+
+  // Adds a pair that was accepted.
+  void add(const FileC& file, const PathIdentity& source, const PathIdentity& destination);
+
+ private:
+  using Number = NumberTable::Number;  // an entry's place in entries_
+  struct Entry {
+    const FileC* file;
+    PathIdentity source;
+    PathIdentity destination;
+  };
+  // One end of a pair, with what it is looked up by.
+  struct End {
+    End(const PathIdentity& object, const std::string& path);
+    bool operator==(const End& other) const;
+
+    const PathIdentity& identity;
+    const std::string_view rest;
+    const std::size_t hash;
+  };
+
+  // The first entry with this source, this destination; NumberTable::kNone when there is none.
+  Number findSource(const End& wanted) const;
+  Number findDestination(const End& wanted) const;
+
+  std::deque<Entry> entries_;
+  NumberTable bySource_;       // of entries with the same source, the first
+  NumberTable byDestination_;  // likewise
+};
+
+}  // namespace tamrix

@@ -1,0 +1,166 @@
+#include "reader/list/source_attributes.h"
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "log/logger.h"
+
+namespace tamrix {
+
+namespace {
+
+// Room for the usual value and list of names. The kernel clears as much memory as it is told there is room
+// for, at each call: a call with room for the longest value costs several times one with room for this.
+constexpr std::size_t kUsualSize = 512;
+
+constexpr std::string_view kUserPrefix = "user.";
+constexpr const char* kStartBlock = "user.ltfs.startblock";
+constexpr const char* kPartition = "user.ltfs.partition";
+constexpr const char* kVolumeUuid = "user.ltfs.volumeUUID";
+constexpr const char* kOtherVolumeUuid = "user.ltfs.volume_uuid";
+constexpr const char* kSoftwareVendor = "user.ltfs.softwareVendor";
+constexpr std::string_view kVendor = "VOQ";
+
+bool isUserAttribute(const char* name) { return std::string_view(name).starts_with(kUserPrefix); }
+
+// Calls `fill(data, size)`, a reader of extended attributes, with more and more of the buffer behind its
+// first `kept` bytes, while that is too small; the buffer grows. Returns the bytes read, or -1 with errno
+// set.
+template <class Fill>
+ssize_t readWhole(std::vector<char>& buffer, std::size_t kept, Fill fill) {
+  for (std::size_t size = kUsualSize;;) {
+    if (buffer.size() < kept + size) buffer.resize(kept + size);
+    const ssize_t n = fill(buffer.data() + kept, size);
+    if (n >= 0 || errno != ERANGE) return n;
+    const ssize_t needed = fill(nullptr, 0);
+    if (needed < 0) return needed;
+    size = std::max(size * 2, static_cast<std::size_t>(needed));
+  }
+}
+
+// Calls `action(name)` for each name in a list as listxattr(2) gives it.
+template <class Action>
+void forEachName(const std::vector<char>& names, ssize_t size, Action action) {
+  const char* const end = names.data() + size;
+  for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) action(name);
+}
+
+// Cuts `path` at its last slash until what is left exists. Returns false when no slash is left to cut at.
+bool cutToExisting(std::string& path) {
+  struct stat status {};
+  while (stat(path.c_str(), &status) != 0) {
+    const std::size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return false;
+    path.resize(slash);
+  }
+  return true;
+}
+
+}  // namespace
+
+void SourceAttributes::read(const char* path) {
+  users_.clear();
+  used_ = 0;
+  listed_ = readWhole(names_, 0, [&](char* to, std::size_t n) { return listxattr(path, to, n); });
+  listError_ = errno;
+  if (listed_ > 0) {
+    forEachName(names_, listed_, [&](const char* name) {
+      if (isUserAttribute(name)) users_.push_back(readValue(path, name));
+    });
+  }
+  startBlock_ = readPosition(path, kStartBlock);
+  if (startBlock_.error != 0) return;
+  partition_ = readPosition(path, kPartition);
+  volumeUuid_ = readPosition(path, kVolumeUuid);
+  if (volumeUuid_.error != 0) volumeUuid_ = readPosition(path, kOtherVolumeUuid);
+}
+
+SourceAttributes::Reading SourceAttributes::readValue(const char* path, const char* name) {
+  const ssize_t n =
+      readWhole(values_, used_, [&](char* to, std::size_t room) { return getxattr(path, name, to, room); });
+  if (n < 0) return {errno, 0, 0};
+  const Reading reading{0, used_, static_cast<std::size_t>(n)};
+  used_ += reading.length + 1;
+  if (values_.size() < used_) values_.resize(used_);
+  values_[used_ - 1] = '\0';
+  return reading;
+}
+
+SourceAttributes::Reading SourceAttributes::readPosition(const char* path, const char* name) {
+  Reading found{ENODATA, 0, 0};
+  if (listed_ > 0) {
+    auto user = users_.begin();
+    forEachName(names_, listed_, [&](const char* listed) {
+      if (!isUserAttribute(listed)) return;
+      if (std::strcmp(listed, name) == 0) found = *user;
+      ++user;
+    });
+  }
+  return found.error == 0 ? found : readValue(path, name);
+}
+
+void SourceAttributes::collect(FileC& file) const {
+  logger->log(kDebug, msg::kCopyListGetXattrs);
+  logger->log(kDebug, msg::kCopyListXattrsSize, static_cast<std::int32_t>(listed_));
+  if (listed_ < 0) {
+    if (listError_ != ENOTSUP) {
+      logger->log(kWarning, msg::kAttributesNotListed, file.srcPath, std::strerror(listError_));
+    }
+    return;
+  }
+  std::size_t valueBytes = 0;
+  for (const Reading& reading : users_) valueBytes += reading.length;
+  file.eaList.reserve(users_.size(), valueBytes);
+  auto user = users_.begin();
+  forEachName(names_, listed_, [&](const char* name) {
+    if (!isUserAttribute(name)) {
+      logger->log(kDebug, msg::kAttributesSkip);
+      return;
+    }
+    logger->log(kDebug, msg::kAttributesKeep);
+    const Reading& reading = *user++;
+    if (reading.error == 0) {
+      file.eaList.add(name, text(reading), reading.length);
+    } else {
+      logger->log(kWarning, msg::kAttributesUnreadable, name, file.srcPath, std::strerror(reading.error));
+    }
+  });
+}
+
+bool SourceAttributes::tellPosition(TapePosition& position) const {
+  const bool found = startBlock_.error == 0;
+  logger->log(kDebug, msg::kCopyListXattr, kStartBlock, found ? text(startBlock_) : "");
+  if (!found) return false;
+
+  position = {};
+  position.startBlock = std::strtoll(text(startBlock_), nullptr, 10);
+  logger->log(kDebug, msg::kCopyListStartBlock, position.startBlock);
+  if (partition_.error == 0) position.partition = static_cast<signed char>(*text(partition_));
+  logger->log(kDebug, msg::kCopyListPartition, static_cast<char>(position.partition));
+  if (volumeUuid_.error == 0) {
+    std::strncpy(position.volumeUuid.data(), text(volumeUuid_), Extent::kUuidLength);
+  }
+  logger->log(kDebug, msg::kCopyListVolumeUuid, position.volumeUuid.data());
+  return true;
+}
+
+bool isSoftwareVendorVOQ(const std::string& path) {
+  std::string existing = path;
+  if (!cutToExisting(existing)) {
+    logger->log(kDebug, msg::kCopyListVendorPathMissing, path);
+    return false;
+  }
+  logger->log(kDebug, msg::kCopyListVendorCheck, existing);
+  std::vector<char> value;
+  const ssize_t n = readWhole(value, 0, [&](char* to, std::size_t room) {
+    return getxattr(existing.c_str(), kSoftwareVendor, to, room);
+  });
+  return n > 0 && std::string_view(value.data(), static_cast<std::size_t>(n)).starts_with(kVendor);
+}
+
+}  // namespace tamrix

@@ -1,0 +1,67 @@
+// What the listing reads from a source's extended attributes; see xattr(7).
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "reader/record/extent.h"
+#include "reader/record/file_c.h"
+
+namespace tamrix {
+
+// Where a file lies on tape.
+struct TapePosition {
+  std::array<char, Extent::kUuidLength + 1> volumeUuid{};
+  signed char partition = 0;
+  std::int64_t startBlock = 0;
+};
+
+// Purpose: the attributes of one source. Reading them is silent, so that a thread may read ahead of the one
+// that tells; telling logs what was found, or not, as if it were read just then.
+// Threads: one at a time. Lifetime: a listing; one object serves file after file and keeps its buffers.
+class SourceAttributes {
+ public:
+  // Reads the names and values of the user attributes, each whole whatever its size, and those that tell the
+  // position on tape, which a volume need not list. Drops what was read before.
+  void read(const char* path);
+
+  // Adds the user attributes read to the record. One that couldn't be read costs a warning.
+  void collect(FileC& file) const;
+
+  // Tells the position that a mounted volume shows of the source. Returns false when it shows none.
+  // A start block that is no number counts as 0, a partition that can't be read as 0.
+  bool tellPosition(TapePosition& position) const;
+
+ private:
+  // What came of reading one attribute: an error number, or a value in values_, with a NUL behind it.
+  struct Reading {
+    int error = 0;
+    std::size_t at = 0;
+    std::size_t length = 0;
+  };
+
+  Reading readValue(const char* path, const char* name);
+  // As readValue, but takes a value that was read with the user attributes.
+  Reading readPosition(const char* path, const char* name);
+  const char* text(const Reading& reading) const { return values_.data() + reading.at; }
+
+  std::vector<char> names_;  // the first listed_ bytes are in use
+  ssize_t listed_ = 0;       // -1 when listing the names failed with listError_
+  int listError_ = 0;
+  std::vector<char> values_;  // the first used_ bytes are in use
+  std::size_t used_ = 0;
+  std::vector<Reading> users_;  // of the user attributes, in the order of their names
+  Reading startBlock_;
+  Reading partition_;   // read when there is a start block, as is the next
+  Reading volumeUuid_;  // under either of its names
+};
+
+// Whether the nearest existing object on `path` is on a volume of the expected software vendor.
+bool isSoftwareVendorVOQ(const std::string& path);
+
+}  // namespace tamrix

@@ -1,0 +1,61 @@
+#include "reader/record/extent.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <string_view>
+
+#include "reader/record/file_c.h"
+
+namespace tamrix {
+
+namespace {
+
+constexpr signed char kNoPartition = '?';
+
+// What decides nearly every comparison, beside the pointer: a sort that fetched the extents of a long list
+// would wait for memory most of the time.
+struct SortEntry {
+  std::uint32_t volume;  // rank of the volume's UUID
+  signed char partition;
+  std::int64_t startBlock;
+  Extent* extent;
+};
+
+bool entryLess(const SortEntry& a, const SortEntry& b) {
+  if (a.volume != b.volume) return a.volume < b.volume;
+  if (a.partition != kNoPartition) {
+    if (a.partition != b.partition) return a.partition < b.partition;
+    if (a.startBlock != b.startBlock) return a.startBlock < b.startBlock;
+  }
+  return extentLess(*a.extent, *b.extent);
+}
+
+}  // namespace
+
+bool extentLess(const Extent& a, const Extent& b) {
+  const int byVolume = std::strncmp(a.volumeUuid.data(), b.volumeUuid.data(), Extent::kUuidLength);
+  if (byVolume != 0) return byVolume < 0;
+  if (a.partition == kNoPartition) return std::strcmp(a.file->fileName, b.file->fileName) < 0;
+  if (a.partition != b.partition) return a.partition < b.partition;
+  if (a.startBlock != b.startBlock) return a.startBlock < b.startBlock;
+  return a.offset < b.offset;
+}
+
+void sortInTapeOrder(std::vector<Extent*>& extents) {
+  std::map<std::string_view, std::uint32_t> volumes;
+  for (const Extent* extent : extents) volumes.emplace(extent->volumeUuid.data(), 0);
+  std::uint32_t rank = 0;
+  for (auto& volume : volumes) volume.second = rank++;
+
+  std::vector<SortEntry> entries;
+  entries.reserve(extents.size());
+  for (Extent* extent : extents) {
+    entries.push_back({volumes.at(extent->volumeUuid.data()), extent->partition, extent->startBlock, extent});
+  }
+  std::stable_sort(entries.begin(), entries.end(), entryLess);
+  std::transform(entries.begin(), entries.end(), extents.begin(),
+                 [](const SortEntry& entry) { return entry.extent; });
+}
+
+}  // namespace tamrix

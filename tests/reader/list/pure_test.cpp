@@ -1,0 +1,178 @@
+// The pieces of the listing that need no files: wildcards, order, path texts.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "reader/list/number_table.h"
+#include "reader/list/path_identity.h"
+#include "reader/list/wildcard.h"
+#include "reader/record/extent.h"
+#include "reader/record/file_c.h"
+#include "tests/support/captured_log.h"
+
+namespace tamrix {
+namespace {
+
+// The rules of matching written down as they read, at exponential cost.
+bool obviousMatch(std::string_view pattern, std::string_view name) {
+  if (pattern.empty()) return name.empty();
+  if (pattern[0] == '*') {
+    for (std::size_t skipped = 0; skipped <= name.size(); ++skipped) {
+      if (obviousMatch(pattern.substr(1), name.substr(skipped))) return true;
+    }
+    return false;
+  }
+  if (pattern[0] == '?') return obviousMatch(pattern.substr(1), name.substr(name.empty() ? 0 : 1));
+  return !name.empty() && pattern[0] == name[0] && obviousMatch(pattern.substr(1), name.substr(1));
+}
+
+// All texts over `letters` of up to `length` characters.
+std::vector<std::string> textsOver(std::string_view letters, std::size_t length) {
+  std::vector<std::string> texts = {""};
+  for (std::size_t from = 0; length > 0; --length) {
+    const std::size_t to = texts.size();
+    for (; from < to; ++from) {
+      for (const char c : letters) texts.push_back(texts[from] + c);
+    }
+  }
+  return texts;
+}
+
+TEST(WildcardMatch, agreesWithTheObviousMatcherOnAllShortTextsAndEndsSoon) {
+  const std::vector<std::string> names = textsOver("ab", 5);
+  for (const std::string& pattern : textsOver("ab*?", 5)) {
+    for (const std::string& name : names) {
+      ASSERT_EQ(wildcardMatch(pattern, name), obviousMatch(pattern, name)) << pattern << " / " << name;
+    }
+  }
+  EXPECT_TRUE(wildcardMatch("*", ".hidden"));
+  EXPECT_FALSE(wildcardMatch("*.dat", "x.DAT"));
+  EXPECT_FALSE(wildcardMatch("[ab]", "a"));
+  EXPECT_TRUE(wildcardMatch("\\*", "\\x"));
+  std::string stars;
+  for (int i = 0; i < 2000; ++i) stars += "*a";
+  EXPECT_FALSE(wildcardMatch(stars + "b", std::string(20000, 'a')));
+}
+
+TEST(PathText, doubledSlashesAndDotsAreFoldedAndNothingElse) {
+  for (const char* same : {"/a/b", "/a//b", "/a/./b", "/./a/././b/"}) {
+    EXPECT_TRUE(samePathText(same, "/a/b")) << same;
+    EXPECT_EQ(pathTextHash(same), pathTextHash("/a/b")) << same;
+  }
+  for (const char* other : {"/a/../a/b", "/ab", "/a/.b", "/a/b.", "/a/b/c", "/a", ""}) {
+    EXPECT_FALSE(samePathText(other, "/a/b")) << other;
+  }
+  EXPECT_TRUE(samePathText("", "/"));
+}
+
+TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
+  struct stat status {};
+  FileC zoo("/1/zoo", "/o/zoo", status);
+  FileC ant("/2/ant", "/o/ant", status);
+  const auto extent = [](std::string_view volume, char partition, std::int64_t block, std::int64_t offset,
+                         FileC& file) {
+    Extent made;
+    std::ranges::copy(volume, made.volumeUuid.begin());
+    made.partition = static_cast<signed char>(partition);
+    made.startBlock = block;
+    made.offset = offset;
+    made.file = &file;
+    return made;
+  };
+  const std::vector<Extent> ordered = {
+      extent("", '?', 9, 0, ant),
+      extent("", '?', 1, 0, zoo),
+      extent("0-uuid", 'b', 900, 0, zoo),
+      extent("1-uuid", '\xe4', 5, 0, zoo),  // compared as signed
+      extent("1-uuid", 'a', 900, 0, zoo),
+      extent("1-uuid", 'b', -4, 0, zoo),
+      extent("1-uuid", 'b', 20, 0, zoo),
+      extent("1-uuid", 'b', 20, 7, ant),
+      extent("1-uuid", 'b', 1LL << 40, 0, ant),
+  };
+  for (std::size_t i = 0; i < ordered.size(); ++i) {
+    for (std::size_t j = 0; j < ordered.size(); ++j) {
+      EXPECT_EQ(extentLess(ordered[i], ordered[j]), i < j) << i << ' ' << j;
+    }
+  }
+  // Only the first one's partition is looked at for a missing position: by name, and by partition.
+  const Extent emptyFile = extent("", 'a', 0, 0, ant);
+  EXPECT_FALSE(extentLess(ordered[1], emptyFile));
+  EXPECT_FALSE(extentLess(emptyFile, ordered[1]));
+
+  // Sorting agrees with the order, and leaves equal ones as they were.
+  std::minstd_rand random(1);
+  std::vector<Extent> copies;
+  for (int i = 0; i < 2000; ++i) copies.push_back(ordered[random() % ordered.size()]);
+  std::vector<Extent*> sorted;
+  for (Extent& each : copies) sorted.push_back(&each);
+  std::vector<Extent*> expected = sorted;
+  std::ranges::stable_sort(expected, [](const Extent* a, const Extent* b) { return extentLess(*a, *b); });
+  sortInTapeOrder(sorted);
+  EXPECT_EQ(sorted, expected);
+}
+
+TEST(NumberTable, findsEveryNumberHoweverTheHashesFall) {
+  constexpr std::size_t kCount = 3000;
+  for (const std::size_t stride : {std::size_t{0}, std::size_t{1}, std::size_t{4096}, std::size_t{1} << 40}) {
+    NumberTable table;
+    const auto find = [&](std::size_t number) {
+      return table.find(number * stride, [&](NumberTable::Number found) { return found == number; });
+    };
+    for (std::size_t i = 0; i < kCount; ++i) {
+      ASSERT_EQ(find(i), NumberTable::kNone) << stride;
+      table.add(i * stride, static_cast<NumberTable::Number>(i));
+    }
+    for (std::size_t i = 0; i < kCount; ++i) ASSERT_EQ(find(i), i) << stride;
+  }
+}
+
+TEST(EaList, keepsOrderAndBytesAndIsLookedUpWithinItsLimits) {
+  test::CapturedLog captured;
+  struct stat status {};
+  FileC file("/s", "/d", status);
+  const std::string nul("x\0y", 3);
+  const std::string longName(255, 'n');
+  const std::string longValue(255, 'v');
+  const std::string big(256, 'b');
+  const std::vector<std::pair<std::string, std::string>> attributes = {
+      {"user.z", nul},    {"user.a", "1"},   {longName, longValue},
+      {"user.empty", ""}, {"user.big", big}, {"user.zeros", std::string(70000, '\0')}};
+  for (const auto& [name, value] : attributes) file.eaList.add(name, value.data(), value.size());
+  std::vector<std::pair<std::string, std::string>> seen;
+  for (const ExtendedAttr& attr : file.eaList) {
+    EXPECT_EQ(attr.value == nullptr, attr.valueLength == 0);
+    seen.emplace_back(attr.name, attr.value == nullptr ? "" : std::string(attr.value, attr.valueLength));
+  }
+  EXPECT_EQ(seen, attributes);
+
+  struct Row {
+    std::string name;
+    std::string value;  // empty: none
+    std::string message;
+  };
+  const Logger& log = captured.logger();
+  const Row rows[] = {
+      {"user.a", "1", log.format(msg::kAttributesGetFound, "1")},
+      {longName, longValue, log.format(msg::kAttributesGetFound, longValue)},
+      {"user.z", "x", log.format(msg::kAttributesGetFound, "x")},
+      {"user.none", "", log.format(msg::kAttributesGetNotFound)},
+      {"user.empty", "", log.format(msg::kAttributesNameNotConverted)},
+      {"", "", log.format(msg::kAttributesNameNotConverted)},
+      {"user.big", "", log.format(msg::kAttributesTooLong, "user.big", 8)},
+      {longName + "n", "", log.format(msg::kAttributesTooLong, longName + "n", 256)},
+  };
+  for (const Row& row : rows) {
+    captured.clear();
+    std::string value;
+    EXPECT_EQ(file.getEA(row.name, value), row.value.empty() ? 1 : 0) << row.name;
+    EXPECT_TRUE(row.value.empty() || value == row.value) << row.name;
+    EXPECT_TRUE(captured.logText().ends_with(row.message + "\n")) << captured.logText();
+  }
+}
+
+}  // namespace
+}  // namespace tamrix
