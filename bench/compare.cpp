@@ -8,7 +8,6 @@
 // SCALE divides the work's size.
 //
 // Ends with 0, or 1 when a copy failed or was not equal.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -111,9 +110,9 @@ bool copyOnce(Column& column, const Work& work, const std::string& from, const C
   const ChildRun run = tamrix::bench::runChild(
       {"sh", "-c", "from=" + from + "; to=" + to + "; " + column.peer.command}, to + ".log");
   column.wall.push_back(run.wall);
-  column.cpu.push_back(run.cpu);
-  column.peak.push_back(run.peak);
-  bool good = WIFEXITED(run.status) && WEXITSTATUS(run.status) == 0;
+  column.cpu.push_back(run.end.cpu);
+  column.peak.push_back(run.end.peak);
+  bool good = run.end.status == 0;
   if (check && good) {
     good = tamrix::bench::sameTrees(from, to, attributes && column.peer.copiesAttributes);
     column.blocks = tamrix::bench::blocksUsed(to);

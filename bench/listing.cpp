@@ -147,10 +147,10 @@ struct Case {
     return median([](const ChildRun& run) { return run.wall; });
   }
   double cpu() const {
-    return median([](const ChildRun& run) { return run.cpu; });
+    return median([](const ChildRun& run) { return run.end.cpu; });
   }
   double bytesPerFile(double emptyPeak) const {
-    return (median([](const ChildRun& run) { return run.peak; }) - emptyPeak) / files;
+    return (median([](const ChildRun& run) { return run.end.peak; }) - emptyPeak) / files;
   }
 };
 
@@ -213,7 +213,7 @@ int measure(const std::string& program, const std::string& work, int rounds) {
     for (Case& listed : cases) listOnce(program, work, listed);
   }
 
-  const double emptyPeak = cases[0].median([](const ChildRun& run) { return run.peak; });
+  const double emptyPeak = cases[0].median([](const ChildRun& run) { return run.end.peak; });
   std::printf(
       "Listing, median of %d rounds; memory is the peak beyond that of an empty listing (%.1f MiB)\n\n",
       rounds, emptyPeak / 1048576);

@@ -1,48 +1,41 @@
 // A tape volume for a test: a directory, seen through the tape_volume program.
 #pragma once
 
-#include <sys/types.h>
-
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "model/child_process.h"
 #include "tests/support/temp_dir.h"
 
 namespace tamrix::test {
 
-// What the drive of a volume had to do, in order.
+// What the drive of a volume had to do.
 struct TapeAccount {
-  struct Read {
-    long long bytes = 0;  // in one go
-    std::string path;     // on the volume
-  };
-  std::vector<Read> reads;
+  std::vector<std::string> reads;  // the files, each time that one was read in one go
   int locates = 0;
   long long bytes = 0;
   double seconds = -1;  // modelled; -1: there was no account
 };
 
-// Mounted while it lives, or until unmount. Where mounting is refused it isn't mounted and tells why. One
-// thread.
+// Mounted while it lives, or until unmount. One thread.
 class MountedVolume {
  public:
   struct File {
-    std::string_view path;
+    std::string path;
     std::string content;
-    char partition = 0;  // 0: no position on tape
-    long long block = 0;
+    char partition;
+    long long block;
   };
   // `options` are those of tape_volume.
-  explicit MountedVolume(const std::vector<File>& files, std::vector<std::string> options = {});
+  explicit MountedVolume(const std::vector<File>& files, const std::vector<std::string>& options = {});
   ~MountedVolume() { unmount(); }
   MountedVolume(const MountedVolume&) = delete;
   MountedVolume& operator=(const MountedVolume&) = delete;
 
-  bool isMounted() const { return pid_ > 0; }
-  // Why it isn't mounted; empty when a failure of the test has told.
-  const std::string& reason() const { return reason_; }
-
+  // False where mounting is refused.
+  bool isMounted() const { return served_.has_value(); }
   const std::string& path() const { return mountPoint_; }
   std::string operator/(std::string_view name) const { return mountPoint_ + "/" + std::string(name); }
   // The file behind the one of the volume.
@@ -52,15 +45,9 @@ class MountedVolume {
   TapeAccount unmount();
 
  private:
-  void start(std::vector<std::string> words);
-  void waitUntilMounted(int from);
-  TapeAccount readAccount() const;
-
   TempDir dir_;
   const std::string mountPoint_ = dir_ / "volume";
-  const std::string accountFile_ = dir_ / "account";
-  pid_t pid_ = -1;
-  std::string reason_;
+  std::optional<model::ChildProcess> served_;
 };
 
 }  // namespace tamrix::test

@@ -8,8 +8,6 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,13 +35,6 @@ void closeIfOpen(int& fd) {
   fd = -1;
 }
 
-int memoryFile(std::string_view content) {
-  const int fd = memfd_create("input", MFD_CLOEXEC);
-  require(write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size()), "memfd");
-  lseek(fd, 0, SEEK_SET);
-  return fd;
-}
-
 // Appends what can be read to `to`. Closes the descriptor at the end; a terminal ends with an error.
 void drain(int& fd, std::string& to) {
   std::array<char, 65536> piece{};
@@ -55,40 +46,18 @@ void drain(int& fd, std::string& to) {
   }
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (std::string& one : texts) result.push_back(one.data());
-  result.push_back(nullptr);
-  return result;
-}
-
-std::vector<std::string> environmentWith(const std::map<std::string, std::optional<std::string>>& changes) {
-  std::vector<std::string> result;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string_view one = *entry;
-    if (!changes.contains(std::string(one.substr(0, one.find('='))))) result.emplace_back(one);
-  }
-  for (const auto& [name, value] : changes) {
-    if (value) result.push_back(name + "=" + *value);
-  }
-  return result;
-}
-
-// In the child: everything that is not a stream. Signals first get their ordinary actions.
-void enterSurroundings(const ProgramOptions& options) {
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  for (const int number : {SIGPIPE, SIGXFSZ, SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_DFL);
+// In the child. Returns whether all could be had.
+bool enterSurroundings(const ProgramOptions& options) {
+  bool entered = !options.onTerminal || (setsid() > 0 && ioctl(STDIN_FILENO, TIOCSCTTY, 0) == 0);
   for (const int number : options.ignoredSignals) std::signal(number, SIG_IGN);
   for (const auto& [resource, value] : options.limits) {
     const rlimit limit{value, value};
-    if (setrlimit(resource, &limit) != 0) _exit(126);
+    entered = setrlimit(resource, &limit) == 0 && entered;
   }
   umask(options.umask);
   prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
   prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);
-  if (!options.workingDirectory.empty() && chdir(options.workingDirectory.c_str()) != 0) _exit(126);
+  return entered;
 }
 
 }  // namespace
@@ -120,71 +89,39 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
   std::signal(SIGPIPE, SIG_IGN);  // a child that has ended reads nothing more
   // Findings must not pass for the program's own status 1.
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS"}) setenv(name, "exitcode=99", 0);
-  Streams theirs;
+  std::array<int, 3> theirs{};
   if (options.onTerminal) {
     input_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     require(input_ >= 0 && grantpt(input_) == 0 && unlockpt(input_) == 0, "terminal");
     for (int& fd : theirs) fd = open(ptsname(input_), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    out_ = fcntl(input_, F_DUPFD_CLOEXEC, 0);
+    outputs_[0] = fcntl(input_, F_DUPFD_CLOEXEC, 0);
   } else {
     std::array<std::array<int, 2>, 3> pipes{};
     for (auto& ends : pipes) require(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
     theirs = {pipes[0][0], pipes[1][1], pipes[2][1]};
     input_ = pipes[0][1];
-    out_ = pipes[1][0];
-    err_ = pipes[2][0];
-    if (options.input) {
-      close(theirs[0]);
-      closeIfOpen(input_);
-      theirs[0] = memoryFile(*options.input);
-    }
+    outputs_ = {pipes[1][0], pipes[2][0]};
   }
-  start(args, options, theirs);
+  if (options.input) {
+    close(theirs[0]);
+    theirs[0] = memfd_create("input", MFD_CLOEXEC);
+    require(pwrite(theirs[0], options.input->data(), options.input->size(), 0) >= 0, "memfd");
+  }
+  model::ChildSetup setup{.words = {TAMRIX_PROGRAM}, .environment = options.environment};
+  setup.words.insert(setup.words.end(), args.begin(), args.end());
+  for (int number = 0; number < 3; ++number) setup.descriptors[number] = theirs.at(std::size_t(number));
+  for (const auto& [number, other] : options.descriptors) setup.descriptors[number] = other;
+  setup.prepare = [&options] { return enterSurroundings(options); };
+  child_.emplace(std::move(setup));
   for (const int fd : theirs) close(fd);
 }
 
-void RunningProgram::start(const std::vector<std::string>& args, const ProgramOptions& options,
-                           const Streams& theirs) {
-  std::vector<std::string> words = {"tamrix"};
-  words.insert(words.end(), args.begin(), args.end());
-  std::vector<std::string> environment = environmentWith(options.environment);
-  const std::vector<char*> argv = pointers(words);
-  const std::vector<char*> envp = pointers(environment);
-  pid_ = fork();
-  require(pid_ >= 0, "fork");
-  if (pid_ == 0) {
-    if (options.onTerminal) {
-      setsid();
-      ioctl(theirs[0], TIOCSCTTY, 0);
-    }
-    for (int number = 0; number < 3; ++number) {
-      const auto other = options.descriptors.find(number);
-      const int fd =
-          other != options.descriptors.end() ? other->second : theirs.at(static_cast<std::size_t>(number));
-      if (fd < 0 ? close(number) != 0 : dup2(fd, number) < 0) _exit(126);
-    }
-    enterSurroundings(options);
-    execve(TAMRIX_PROGRAM, argv.data(), envp.data());
-    _exit(127);
-  }
-  process_ = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
-  require(process_ >= 0, "pidfd_open");
-}
-
 RunningProgram::~RunningProgram() {
-  if (pid_ > 0) {
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-  }
-  for (int* fd : {&process_, &input_, &out_, &err_}) closeIfOpen(*fd);
+  for (int* fd : {&input_, &outputs_[0], &outputs_[1]}) closeIfOpen(*fd);
 }
 
 void RunningProgram::send(std::string_view text) const {
   (void)!write(input_, text.data(), text.size());  // a line; the program may have ended
-}
-
-void RunningProgram::signal(int number) const {
-  if (pid_ > 0) kill(pid_, number);
 }
 
 bool RunningProgram::waitForText(std::string_view text) {
@@ -205,30 +142,24 @@ const ProgramRun& RunningProgram::wait() {
 
 // Waits for something to read. Returns false once the process has ended and everything is read.
 bool RunningProgram::readMore() {
-  if (pid_ < 0 && out_ < 0 && err_ < 0) return false;
-  std::array<pollfd, 3> waited = {pollfd{out_, POLLIN, 0}, pollfd{err_, POLLIN, 0},
-                                  pollfd{pid_ > 0 ? process_ : -1, POLLIN, 0}};
+  if (!running_ && outputs_[0] < 0 && outputs_[1] < 0) return false;
+  std::array<pollfd, 3> waited = {pollfd{outputs_[0], POLLIN, 0}, pollfd{outputs_[1], POLLIN, 0},
+                                  pollfd{running_ ? child_->handle() : -1, POLLIN, 0}};
   using std::chrono::milliseconds;
   const auto left = std::chrono::duration_cast<milliseconds>(deadline_ - std::chrono::steady_clock::now());
   if (poll(waited.data(), waited.size(), static_cast<int>(std::max(left, milliseconds(0)).count())) == 0) {
     ADD_FAILURE() << "The program hangs: " << run_;
-    kill(pid_, SIGKILL);
-    reap();
-    closeIfOpen(out_);
-    closeIfOpen(err_);
-    return false;
+    signal(SIGKILL);
+    for (int& fd : outputs_) closeIfOpen(fd);
+    waited = {pollfd{}, pollfd{}, pollfd{-1, POLLIN, POLLIN}};
   }
-  if (waited[0].revents != 0) drain(out_, run_.out);
-  if (waited[1].revents != 0) drain(err_, run_.err);
-  if (waited[2].revents != 0) reap();
+  if (waited[0].revents != 0) drain(outputs_[0], run_.out);
+  if (waited[1].revents != 0) drain(outputs_[1], run_.err);
+  if (running_ && waited[2].revents != 0) {
+    run_.status = child_->wait().status;
+    running_ = false;
+  }
   return true;
-}
-
-void RunningProgram::reap() {
-  int status = 0;
-  require(waitpid(pid_, &status, 0) == pid_, "waitpid");
-  pid_ = -1;
-  run_.status = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 ProgramRun runProgram(const std::vector<std::string>& args, ProgramOptions options) {

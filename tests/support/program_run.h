@@ -15,12 +15,12 @@
 #include <vector>
 
 #include "log/logger.h"
+#include "model/child_process.h"
 
 namespace tamrix::test {
 
 // What surrounds a run. The default is an ordinary user's: root is run without its power over file modes.
 struct ProgramOptions {
-  std::string workingDirectory = {};                                // empty: the test's own
   std::map<std::string, std::optional<std::string>> environment{};  // changes to the test's own; none: unset
   std::optional<std::string> input = {};         // standard input; none: a pipe that send() feeds
   std::map<int, int> descriptors = {};           // stands in for the standard stream; -1: closed
@@ -54,23 +54,19 @@ class RunningProgram {
 
   // Writes to the program's standard input.
   void send(std::string_view text) const;
-  void signal(int number) const;
+  void signal(int number) const { child_->signal(number); }
   // Waits until the program has written `text` to either stream; false when it ended without.
   [[nodiscard]] bool waitForText(std::string_view text);
   // Waits for the program's end.
   const ProgramRun& wait();
 
  private:
-  using Streams = std::array<int, 3>;
-  void start(const std::vector<std::string>& args, const ProgramOptions& options, const Streams& theirs);
   bool readMore();
-  void reap();
 
-  pid_t pid_ = -1;
-  int process_ = -1;  // descriptor that becomes readable when the process ends
+  std::optional<model::ChildProcess> child_;
+  bool running_ = true;
   int input_ = -1;
-  int out_ = -1;
-  int err_ = -1;
+  std::array<int, 2> outputs_{-1, -1};
   const std::chrono::steady_clock::time_point deadline_;
   ProgramRun run_;
 };
