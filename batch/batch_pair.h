@@ -6,10 +6,15 @@
 
 namespace tamrix {
 
-// One copy request: a source path, which may hold wildcards, and a destination path.
+// What the last component of a source path is: the name of one file, or a pattern for names. In directories,
+// wildcards stand for themselves either way.
+enum class SourceKind { kName, kPattern };
+
+// One copy request.
 struct BatchPair {
   std::string source;
   std::string destination;
+  SourceKind kind = SourceKind::kName;
 };
 
 // One option: its name and its value as they stand in the file.
@@ -19,9 +24,9 @@ struct BatchParam {
 };
 
 // The pair that copies `sourceName` of `sourceDirectory` to `destinationName` in `destinationDirectory`;
-// nothing when one of the four is empty.
+// nothing when one of the four texts is empty.
 std::optional<BatchPair> composePair(const std::string& sourceDirectory, const std::string& sourceName,
                                      const std::string& destinationDirectory,
-                                     const std::string& destinationName);
+                                     const std::string& destinationName, SourceKind kind);
 
 }  // namespace tamrix

@@ -246,7 +246,7 @@ bool BatchXmlReader::takeDstpath(const char* text) {
 
 bool BatchXmlReader::takeSrcspec(const char* text) {
   logger->log(kDebug, msg::kBatchTextSrcspec, text);
-  names_.push_back({text, text});
+  names_.push_back({text, text, SourceKind::kPattern});
   return true;
 }
 
@@ -258,7 +258,7 @@ bool BatchXmlReader::takeSf(const char* text) {
     return false;
   }
   // Kept: an empty rename counts as none.
-  names_.push_back({text, rename_.empty() ? text : rename_});
+  names_.push_back({text, rename_.empty() ? text : rename_, SourceKind::kName});
   return true;
 }
 
@@ -277,7 +277,7 @@ bool BatchXmlReader::endFile(std::vector<BatchPair>& pairs) const {
   }
   for (const SourceName& name : names_) {
     std::optional<BatchPair> pair =
-        composePair(sourceDirectory_, name.source, destinationDirectory_, name.destination);
+        composePair(sourceDirectory_, name.source, destinationDirectory_, name.destination, name.kind);
     if (!pair) {
       logger->log(kUrgent, msg::kBatchEmptyPart, sourceDirectory_, name.source, destinationDirectory_,
                   name.destination);

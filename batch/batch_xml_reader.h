@@ -53,6 +53,7 @@ class BatchXmlReader {
   struct SourceName {
     std::string source;
     std::string destination;
+    SourceKind kind;
   };
 
   static const Element* dataElement(const char* name);

@@ -62,8 +62,9 @@ bool BatchFileLister::makeAbsolute(BatchPair& pair) {
 }
 
 int BatchFileLister::appendPair(BatchPair pair) {
-  // Wildcards count anywhere in the source, also in its directories.
-  if (pair.source.find_first_of("*?") != std::string::npos) return expand(pair);
+  const std::size_t name = pair.source.rfind('/') + 1;
+  if (pair.kind == SourceKind::kPattern && pair.source.find_first_of("*?", name) != std::string::npos)
+    return expand(pair);
   pairs_.push_back(std::move(pair));
   return 0;
 }
@@ -83,7 +84,7 @@ int BatchFileLister::expand(const BatchPair& pair) {
   for (; !matches.empty(); matches.pop_front()) {
     std::string& match = matches.front();
     std::string target = destination + match.substr(slash);
-    pairs_.push_back({std::move(match), std::move(target)});
+    pairs_.push_back({std::move(match), std::move(target), SourceKind::kName});
   }
   return 0;
 }
