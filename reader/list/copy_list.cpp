@@ -39,6 +39,7 @@ struct CopyList::Records {
 CopyList::CopyList(PipelineGlobals& globals, const RunOptions& options)
     : globals_(globals),
       options_(options),
+      previous_{{}, Extent::kNoPartition, 0},
       vendorOk_(options.ignoreVendorCheck),
       interactive_(options.interactive),
       writes_(options.audit == AuditMode::kNone),
@@ -189,12 +190,13 @@ void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
     logger->log(kWarning, msg::kCopyListNoPosition, file.fileName);
     logger->log(kDebug, msg::kCopyListNoPositionPath, file.srcPath);
     if (file.fileSize == 0) {
-      // No data on tape: it goes with the last file that had a position.
+      // No data on tape: it goes with the last file that had a position, before any with those that have
+      // none.
       position = previous_;
       logger->log(kDebug, msg::kCopyListEmptyFilePosition);
     } else {
       position = {};
-      position.partition = '?';
+      position.partition = Extent::kNoPartition;
       position.startBlock = static_cast<std::int64_t>(sorted_.size());
     }
   }

@@ -11,8 +11,6 @@ namespace tamrix {
 
 namespace {
 
-constexpr signed char kNoPartition = '?';
-
 // What decides nearly every comparison, beside the pointer: a sort that fetched the extents of a long list
 // would wait for memory most of the time.
 struct SortEntry {
@@ -24,10 +22,8 @@ struct SortEntry {
 
 bool entryLess(const SortEntry& a, const SortEntry& b) {
   if (a.volume != b.volume) return a.volume < b.volume;
-  if (a.partition != kNoPartition) {
-    if (a.partition != b.partition) return a.partition < b.partition;
-    if (a.startBlock != b.startBlock) return a.startBlock < b.startBlock;
-  }
+  if (a.partition != b.partition) return a.partition < b.partition;
+  if (a.partition != Extent::kNoPartition && a.startBlock != b.startBlock) return a.startBlock < b.startBlock;
   return extentLess(*a.extent, *b.extent);
 }
 
@@ -36,8 +32,8 @@ bool entryLess(const SortEntry& a, const SortEntry& b) {
 bool extentLess(const Extent& a, const Extent& b) {
   const int byVolume = std::strncmp(a.volumeUuid.data(), b.volumeUuid.data(), Extent::kUuidLength);
   if (byVolume != 0) return byVolume < 0;
-  if (a.partition == kNoPartition) return std::strcmp(a.file->fileName, b.file->fileName) < 0;
   if (a.partition != b.partition) return a.partition < b.partition;
+  if (a.partition == Extent::kNoPartition) return std::strcmp(a.file->fileName, b.file->fileName) < 0;
   if (a.startBlock != b.startBlock) return a.startBlock < b.startBlock;
   return a.offset < b.offset;
 }

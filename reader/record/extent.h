@@ -12,18 +12,18 @@ struct FileC;
 // Filled by the copy list; the reader stage counts byteCount down. Lives as long as its file's record.
 struct Extent {
   static constexpr std::size_t kUuidLength = 36;
+  static constexpr signed char kNoPartition = '?';
 
   std::array<char, kUuidLength + 1> volumeUuid{};  // NUL-terminated; empty without a tape position
-  signed char partition = 0;                       // LTFS partition letter; '?' without a tape position
-  std::int64_t startBlock = 0;                     // tape block, or the place in the listing without one
-  std::int64_t byteCount = 0;                      // bytes still to read
-  std::int64_t offset = 0;                         // where the extent starts in the file
+  signed char partition = 0;    // LTFS partition letter; kNoPartition without a tape position
+  std::int64_t startBlock = 0;  // tape block, or the place in the listing without one
+  std::int64_t byteCount = 0;   // bytes still to read
+  std::int64_t offset = 0;      // where the extent starts in the file
   FileC* file = nullptr;
 };
 
-// Whether `a` is read before `b`: by volume, partition, start block, offset; files without a position by base
-// name, before all others (their volume is empty).
-// Kept: only a's partition is looked at for '?'.
+// Whether `a` is read before `b`: by volume, partition, start block, offset. Files without a position have
+// '?' for a partition and are ordered by base name among themselves. A strict weak order, as a sort needs.
 bool extentLess(const Extent& a, const Extent& b);
 
 // Sorts by extentLess; extents of which neither is less keep their order.

@@ -110,6 +110,7 @@ TEST_F(ListingTest, devicesAreListedInSilenceAndAStopCutsTheWalkShort) {
 }
 
 TEST_F(ListingTest, positionsAreReadAndEmptyFilesGoWithTheOneBeforeThem) {
+  const std::string none = dir_.file("none");
   const std::string word = dir_.tapeFile("word", "1", std::string(50, 'u'), 'b', 0);
   test::setXattr(word, "user.ltfs.startblock", "abc");
   const std::string empty = dir_.file("empty");
@@ -119,8 +120,11 @@ TEST_F(ListingTest, positionsAreReadAndEmptyFilesGoWithTheOneBeforeThem) {
   test::setXattr(bare, "user.ltfs.volume_uuid", "other-spelling");
   const std::string plain = dir_.file("plain", "p");
   CopyList list(globals_, options());
-  ASSERT_EQ(build(list, {{last, "/o/1"}, {word, "/o/2"}, {empty, "/o/3"}, {bare, "/o/4"}, {plain, "/o/5"}}),
-            0);
+  ASSERT_EQ(
+      build(
+          list,
+          {{none, "/o/0"}, {last, "/o/1"}, {word, "/o/2"}, {empty, "/o/3"}, {bare, "/o/4"}, {plain, "/o/5"}}),
+      0);
   std::vector<std::string> found;
   for (const Extent* extent : list.extents()) {
     found.push_back(std::string(extent->file->fileName) + " " + extent->volumeUuid.data() + " " +
@@ -128,8 +132,8 @@ TEST_F(ListingTest, positionsAreReadAndEmptyFilesGoWithTheOneBeforeThem) {
   }
   const std::string cut(36, 'u');
   EXPECT_EQ(found,
-            (std::vector<std::string>{"plain  63 4", "bare other-spelling 0 -12", "word " + cut + " 98 0",
-                                      "empty " + cut + " 98 0", "last v 98 900"}));
+            (std::vector<std::string>{"none  63 0", "plain  63 5", "bare other-spelling 0 -12",
+                                      "word " + cut + " 98 0", "empty " + cut + " 98 0", "last v 98 900"}));
   EXPECT_EQ(captured_.count(msg::kCopyListNoPosition, "empty"), 1);
   EXPECT_EQ(captured_.count(msg::kCopyListNoPosition, "plain"), 1);
   EXPECT_EQ(globals_.totalBytes, 4);

@@ -87,6 +87,8 @@ TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
       extent("", '?', 1, 0, zoo),
       extent("0-uuid", 'b', 900, 0, zoo),
       extent("1-uuid", '\xe4', 5, 0, zoo),  // compared as signed
+      extent("1-uuid", '?', 9, 0, ant),
+      extent("1-uuid", '?', 1, 0, zoo),
       extent("1-uuid", 'a', 900, 0, zoo),
       extent("1-uuid", 'b', -4, 0, zoo),
       extent("1-uuid", 'b', 20, 0, zoo),
@@ -98,15 +100,25 @@ TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
       EXPECT_EQ(extentLess(ordered[i], ordered[j]), i < j) << i << ' ' << j;
     }
   }
-  // Only the first one's partition is looked at for a missing position: by name, and by partition.
-  const Extent emptyFile = extent("", 'a', 0, 0, ant);
-  EXPECT_FALSE(extentLess(ordered[1], emptyFile));
-  EXPECT_FALSE(extentLess(emptyFile, ordered[1]));
-
-  // Sorting agrees with the order, and leaves equal ones as they were.
+  // On random records it is an order, sorting agrees with it and leaves equal ones as they were.
   std::minstd_rand random(1);
   std::vector<Extent> copies;
-  for (int i = 0; i < 2000; ++i) copies.push_back(ordered[random() % ordered.size()]);
+  for (int i = 0; i < 100; ++i) {
+    copies.push_back(extent(random() % 2 == 0 ? "" : "1-uuid", "?a\0b"[random() % 4],
+                            static_cast<std::int64_t>(random() % 3), static_cast<std::int64_t>(random() % 2),
+                            random() % 2 == 0 ? ant : zoo));
+  }
+  for (const Extent& a : copies) {
+    for (const Extent& b : copies) {
+      ASSERT_FALSE(extentLess(a, b) && extentLess(b, a));
+      const bool same = !extentLess(a, b) && !extentLess(b, a);
+      for (const Extent& c : copies) {
+        ASSERT_FALSE(extentLess(a, b) && extentLess(b, c) && !extentLess(a, c));
+        ASSERT_TRUE(!same || extentLess(a, c) == extentLess(b, c));
+      }
+    }
+  }
+  std::ranges::shuffle(copies, random);
   std::vector<Extent*> sorted;
   for (Extent& each : copies) sorted.push_back(&each);
   std::vector<Extent*> expected = sorted;
