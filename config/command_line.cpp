@@ -9,9 +9,6 @@ namespace tamrix {
 
 namespace {
 
-constexpr int kFirstUsageId = 30900;
-constexpr int kLastUsageId = 30999;
-
 char lower(char c) { return 'A' <= c && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 // Whether argument and option word agree, case aside, in all characters of the shorter one.
@@ -57,12 +54,14 @@ int Properties::parseArgs(int argc, const char* const* argv) {
 
 int Properties::reportRefusedArgument(const std::string& name, const std::string& value) const {
   logger->output(msg::kPropertiesArgRefused, name, value);
-  logger->output(msg::kPropertiesArgHint);
+  logger->output(texts_.hint);
   return 1;
 }
 
-void Properties::printUsage() {
-  for (int id = kFirstUsageId; id <= kLastUsageId && logger->contains(id); ++id) logger->outputPlain(id);
+void Properties::printUsage() const {
+  for (int id = texts_.firstUsageId; id <= texts_.lastUsageId && logger->contains(id); ++id) {
+    logger->outputPlain(id);
+  }
 }
 
 }  // namespace tamrix

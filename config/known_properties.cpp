@@ -24,8 +24,33 @@ constexpr std::array kProgramProperties = {
     KnownProperty{"ignore-vendor-check", "disable", true, kOnOff},
 };
 
+constexpr std::array<std::string_view, 2> kAudits = {"tape", "files"};
+constexpr std::array<std::string_view, 3> kUpdates = {"calconly", "newonly", "updateall"};
+constexpr std::array<std::string_view, 3> kMaps = {"auto", "enable", "disable"};
+
+constexpr std::array kAuditProperties = {
+    KnownProperty{"audit", "tape", false, kAudits},
+    KnownProperty{"srcpath", "."},
+    KnownProperty{"srcspec", ""},
+    KnownProperty{"recursive", "disable", true, kOnOff},
+    KnownProperty{"batchfile", ""},
+    KnownProperty{"checksum", "modsum64"},
+    KnownProperty{"checksum-update", "calconly", false, kUpdates},
+    KnownProperty{"require-checksum", "disable", true, kOnOff},
+    KnownProperty{"report", ""},
+    KnownProperty{"map", "auto", true, kMaps},
+    KnownProperty{"total-buffer-size", "400MB"},
+    KnownProperty{"buffer-size", "128KB"},
+    KnownProperty{"loglevel", "INFO", false, kLevels},
+    KnownProperty{"timer", "disable", true, kOnOff},
+    KnownProperty{"ignore-vendor-check", "disable", true, kOnOff},
+    KnownProperty{"checksumea", "", false, {}, true},
+};
+
 }  // namespace
 
 std::span<const KnownProperty> programProperties() { return kProgramProperties; }
+
+std::span<const KnownProperty> auditProperties() { return kAuditProperties; }
 
 }  // namespace tamrix

@@ -12,10 +12,14 @@ struct KnownProperty {
   std::string_view defaultValue;                    // loaded by Properties::setDefaults
   bool isSwitch = false;                            // on the command line, the bare name means "enable"
   std::span<const std::string_view> accepted = {};  // the values it takes; empty: any
+  // Has no default and is refused while the store is locked: only the program itself stores it.
+  bool isInternal = false;
 };
 
 // The program's options, in the order in which defaults are loaded. A store made with another table has
 // other options: that is how the paths that no program option selects are reached.
 std::span<const KnownProperty> programProperties();
+// The options of tamrix-audit.
+std::span<const KnownProperty> auditProperties();
 
 }  // namespace tamrix

@@ -27,7 +27,7 @@ std::string lowerCase(std::string text) {
 
 bool Properties::setDefaults() {
   return std::all_of(table_.begin(), table_.end(), [this](const KnownProperty& row) {
-    return addProperty(std::string(row.name), std::string(row.defaultValue)) == 0;
+    return row.isInternal || addProperty(std::string(row.name), std::string(row.defaultValue)) == 0;
   });
 }
 

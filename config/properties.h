@@ -8,8 +8,17 @@
 #include <string>
 
 #include "config/known_properties.h"
+#include "log/message_ids.h"
 
 namespace tamrix {
+
+// The texts by which the command lines of programs differ; the default is tamrix's.
+struct ProgramTexts {
+  int firstUsageId =
+      msg::kUsage00.number;  // the usage text ends before the first id that the catalogue lacks
+  int lastUsageId = 30999;
+  MessageId<> hint = msg::kPropertiesArgHint;  // follows a refused argument
+};
 
 // Purpose: holds every option of a run and decides which options exist at all: only keys of the table handed
 // to the constructor can ever be stored. Keys are lower case; values are kept as given.
@@ -21,7 +30,8 @@ namespace tamrix {
 class Properties {
  public:
   // The table must outlive the store.
-  explicit Properties(std::span<const KnownProperty> table = programProperties()) : table_(table) {}
+  explicit Properties(std::span<const KnownProperty> table = programProperties(), ProgramTexts texts = {})
+      : table_(table), texts_(texts) {}
 
   // Stores every default, in table order. Returns false at the first one that is refused.
   [[nodiscard]] bool setDefaults();
@@ -46,6 +56,9 @@ class Properties {
   // The stored text's leading base-10 integer, 0 if it has none. Returns -1 (and 0) when the key is absent.
   int getProperty(const std::string& key, std::int32_t& value) const;
 
+  // Whether there is an entry for `key`. Traces nothing.
+  bool isKnown(const std::string& key) const { return entries_.contains(key); }
+
   // Whether the option `name` (case-sensitive) may be given without a value.
   bool isSwitch(const std::string& name) const;
 
@@ -68,14 +81,15 @@ class Properties {
   // Returns 1, having logged why, when the directory that it is relative to is not known.
   [[nodiscard]] int updatePath(const char* key);
 
-  // Prints the usage text: the messages from 30900 up to the first id that the catalogue lacks.
-  static void printUsage();
+  // Prints the program's usage text.
+  void printUsage() const;
 
  private:
   bool isAccepted(const std::string& key, const std::string& value) const;
   int reportRefusedArgument(const std::string& name, const std::string& value) const;
 
   const std::span<const KnownProperty> table_;
+  const ProgramTexts texts_;
   std::map<std::string, std::string> entries_;
   bool locked_ = false;
 };

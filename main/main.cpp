@@ -1,10 +1,11 @@
 // tamrix: copies files to and from LTFS tape volumes in the order in which they lie on tape.
 //
-// Where things are, in reading order. A folder is a floor and a build target: a file may use its own folder and
-// the ones below it that its CMakeLists.txt links; the build refuses anything else.
+// Where things are, in reading order. A folder is a floor and a build target: a file may use its own folder
+// and the ones below it that its CMakeLists.txt links; the build refuses anything else.
 //
-// main/             the program
-//   run_tamrix        start-up, precedence of the configuration, exit status
+// main/             the programs: one call each in main and audit_main
+//   programs          what each program is made of
+//   run_program       start-up, precedence of the configuration, exit status
 //   interrupts        the first signal stops in good order, the second at once
 // pipeline/run/     putting stages together
 //   module_manager    which stages run, in which order; starting and joining them
@@ -39,6 +40,6 @@
 //
 // Beside them: tests/ mirrors the folders; model/ is a modelled tape volume; bench/ measures; fuzz/ feeds bad
 // input; docs/ is for operators and successors.
-#include "main/run_tamrix.h"
+#include "main/run_program.h"
 
 int main(int argc, char** argv) { return tamrix::runTamrix(argc, argv); }

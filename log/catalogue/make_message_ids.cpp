@@ -41,6 +41,7 @@ constexpr std::array kBlocks = {
     Block{30650, 30749},  // batch file reader
     Block{30750, 30779},  // extended-attribute access
     Block{30780, 30799},  // volume checks
+    Block{30800, 30899},  // usage text of tamrix-audit
     Block{30900, 30999},  // usage text
 };
 

@@ -1,4 +1,4 @@
-#include "main/run_tamrix.h"
+#include "main/run_program.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,7 +10,6 @@
 #include "config/version.h"
 #include "log/logger.h"
 #include "main/interrupts.h"
-#include "pipeline/run/module_manager.h"
 #include "pipeline/stage/globals.h"
 
 namespace tamrix {
@@ -62,20 +61,21 @@ int configure(Properties& store, Logger& log, int argc, const char* const* argv)
   if (store.parseArgs(argc, argv) != 0) return kFailed;
   setupLogger(store, log);
   store.unlock();
-  if (store.updatePath("srcpath") != 0 || store.updatePath("dstpath") != 0) return kFailed;
+  for (const char* path : {"srcpath", "dstpath"}) {
+    if (store.isKnown(path) && store.updatePath(path) != 0) return kFailed;
+  }
   store.logProperties();
   return 0;
 }
 
 // The run itself, from the start line to the end line.
-int runWith(Properties& store, Logger& log, PipelineGlobals& globals, int argc, const char* const* argv) {
+int runWith(const Program& program, Properties& store, Logger& log, PipelineGlobals& globals, int argc,
+            const char* const* argv) {
   log.output(msg::kMainStart, kVersion, kRevision);
   const Interrupts interrupts(globals);
   if (configure(store, log, argc, argv) != 0) return kFailed;
 
-  ModuleManager manager;
-  manager.setGlobals(&globals);
-  (void)manager.run();  // what went wrong is among the recorded return codes
+  program.run(globals);
 
   if (const int number = Interrupts::received(); number != 0) {
     log.recordReturnCodeFirst(kSignalStatusBase + number);
@@ -89,9 +89,9 @@ int runWith(Properties& store, Logger& log, PipelineGlobals& globals, int argc, 
 
 }  // namespace
 
-int runTamrix(int argc, const char* const* argv) {
+int runProgram(const Program& program, int argc, const char* const* argv) {
   prepareProcess();
-  Properties store;
+  Properties store(program.options, program.texts);
   Logger log;
   properties = &store;
   logger = &log;
@@ -99,7 +99,7 @@ int runTamrix(int argc, const char* const* argv) {
     if (log.LoadMessage("tamrix") != 0) return kFailed;
     if (log.init(kInfo) != 0) return kFailed;
     PipelineGlobals globals;
-    return runWith(store, log, globals, argc, argv);
+    return runWith(program, store, log, globals, argc, argv);
   } catch (int thrown) {
     log.output(msg::kMainCaughtException, thrown);
     log.log(kUrgent, msg::kMainCaughtException, thrown);

@@ -1,0 +1,28 @@
+// The programs: their options and what each runs.
+#include "config/known_properties.h"
+#include "main/run_program.h"
+#include "pipeline/run/module_manager.h"
+
+namespace tamrix {
+
+namespace {
+
+void runPipeline(PipelineGlobals& globals) {
+  ModuleManager manager;
+  manager.setGlobals(&globals);
+  (void)manager.run();  // what went wrong is among the recorded return codes
+}
+
+}  // namespace
+
+int runTamrix(int argc, const char* const* argv) {
+  return runProgram({programProperties(), {}, runPipeline}, argc, argv);
+}
+
+int runTamrixAudit(int argc, const char* const* argv) {
+  constexpr ProgramTexts kTexts = {msg::kAuditUsage00.number, msg::kAuditUsageHint.number - 1,
+                                   msg::kAuditUsageHint};
+  return runProgram({auditProperties(), kTexts, runPipeline}, argc, argv);
+}
+
+}  // namespace tamrix
