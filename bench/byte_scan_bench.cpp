@@ -16,8 +16,6 @@
 
 namespace {
 
-using tamrix::ScanKernels;
-
 constexpr std::size_t kSizes[] = {16U << 10, 128U << 10, 256U << 10, 1U << 30};
 
 struct Freer {
@@ -56,24 +54,15 @@ void print(const char* what, double speed, double plain) {
 int main(int argc, char** argv) {
   add("plain or", tamrix::bench::orOfWords);
   add("plain sum", tamrix::bench::sumOfWords);
-  for (const ScanKernels& kernels : tamrix::scanKernels()) {
-    add(std::string("zero test ") + kernels.instructions, kernels.allZero);
-    add(std::string("byte sum ") + kernels.instructions, kernels.byteSum);
-  }
+  add("zero test", tamrix::allZero);
+  add("byte sum", tamrix::byteSum);
   auto speeds = tamrix::bench::bestSpeeds(argc, argv);
 
-  std::printf("The program uses the last set of instructions: %s\n",
-              tamrix::scanKernels().back().instructions);
   for (const std::size_t size : kSizes) {
     const std::string suffix = std::string("/").append(std::to_string(size));
     const double plain = std::max(speeds["plain or" + suffix], speeds["plain sum" + suffix]);
     std::printf("%zu KiB\n", size >> 10);
     print("plain pass", plain, plain);
-    for (const ScanKernels& kernels : tamrix::scanKernels()) {
-      for (const char* scan : {"zero test ", "byte sum "}) {
-        const std::string name = std::string(scan) + kernels.instructions;
-        print(name.c_str(), speeds[name + suffix], plain);
-      }
-    }
+    for (const char* scan : {"zero test", "byte sum"}) print(scan, speeds[scan + suffix], plain);
   }
 }

@@ -138,10 +138,12 @@ TEST(SameFile, asBothEndsOfDifferentPairsEndsTheRunBeforeAByteIsWritten) {
   const std::string x = scene.addDestination("x");
   const std::string y = scene.destination("y");
   const std::string hardA = scene.destination("hard a");
+  const std::string hardB = scene.destination("hard b");
   const std::string linkX = scene.destination("link x");
   const std::string doubledY = scene.dir().path() + "//target/./y";
   const std::string yViaDir = scene.source("dir/y");
   std::filesystem::create_hard_link(a, hardA);
+  std::filesystem::create_hard_link(b, hardB);
   std::filesystem::create_symlink(x, linkX);
   std::filesystem::create_symlink(scene.destination(""), scene.source("dir"));
   const std::vector<std::pair<CopyScene::Pairs, std::string>> rows = {
@@ -149,6 +151,8 @@ TEST(SameFile, asBothEndsOfDifferentPairsEndsTheRunBeforeAByteIsWritten) {
       {{{x, y}, {a, x}}, text(msg::kCopyListConflictChain, a, x, y)},
       {{{a, b}, {b, a}}, text(msg::kCopyListConflictChain, a, b, a)},
       {{{b, hardA}, {a, x}}, text(msg::kCopyListConflictChain, b, a, x)},
+      {{{b, y}, {a, hardB}}, text(msg::kCopyListConflictChain, a, hardB, y)},
+      {{{a, y}, {b, y}}, text(msg::kCopyListConflictSameDestination, a, b, y)},
       {{{a, x}, {b, linkX}}, text(msg::kCopyListConflictSameDestination, a, b, linkX)},
       {{{a, y}, {b, doubledY}}, text(msg::kCopyListConflictSameDestination, a, b, doubledY)},
       {{{a, y}, {b, yViaDir}}, text(msg::kCopyListConflictSameDestination, a, b, yViaDir)},
@@ -182,11 +186,11 @@ TEST(SameFile, aPairGivenTwiceIsCopiedOnceWithAWarning) {
   const std::string a = scene.addSource("a");
   const std::string x = scene.destination("x");
   const std::string spelled = scene.dir().path() + "//target/./x";
-  const ProgramRun run = scene.copyBatch({{a, x}, {a, x}, {a, spelled}});
+  const ProgramRun run = scene.copyBatch({{a, x}, {a, x}, {a, spelled}, {a, scene.destination("y")}});
   EXPECT_EQ(run.status, 0) << run;
   EXPECT_EQ(run.count(text(msg::kCopyListDuplicate, a, x)), 1) << run;
   EXPECT_EQ(run.count(text(msg::kCopyListDuplicate, a, spelled)), 1) << run;
-  EXPECT_EQ(run.count(text(msg::kWriterModuleFilesCopied, 1)), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kWriterModuleFilesCopied, 2)), 1) << run;
 }
 
 }  // namespace

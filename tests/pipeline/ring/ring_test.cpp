@@ -4,7 +4,6 @@
 #include <set>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include "config/run_options.h"
@@ -139,25 +138,6 @@ TEST_F(RingTest, aWaitOutlastsItsRoundsUntilASlotOrAStopComes) {
   EXPECT_NE(stopped, 0);
   EXPECT_EQ(ring.getBufferSlot(0, slot), -1);
   EXPECT_EQ(slot, nullptr);
-}
-
-TEST_F(RingTest, sizesDecideTheNumberOfBuffersAndTheTotalIsCheckedFirst) {
-  const std::tuple<const char*, const char*, int> rows[] = {{"4GB", "1GB", 4},
-                                                            {"1000B", "300B", 3},
-                                                            {"2MB", "1B", 2097152},
-                                                            {"4097MB", "bad", 0},
-                                                            {"1KBx", "1", 0}};
-  for (const auto& [total, size, count] : rows) {
-    properties_.set("total-buffer-size", total);
-    properties_.set("buffer-size", size);
-    BufferQ ring;
-    EXPECT_EQ(ring.createQ(2, globals_.stopExecution, readRunOptions(*properties)), count == 0 ? 1 : 0)
-        << total;
-    EXPECT_TRUE(count == 0 || ring.bufferCount() == count) << total << ring.bufferCount();
-  }
-  EXPECT_EQ(captured_.count(msg::kBufferManyBuffers, 2097152), 1);
-  EXPECT_EQ(captured_.count(msg::kBufferTotalTooLarge, 4097LL << 20), 1);
-  EXPECT_EQ(captured_.count(msg::kBufferSizeUnknownUnit, "x"), 1);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 
 #include "reader/list/char_special_lister.h"
 #include "reader/list/copy_list.h"
-#include "reader/list/spec_file_lister.h"
 #include "reader/stage/file_reader_module.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
@@ -47,19 +46,6 @@ class ListingTest : public testing::Test {
   RunOptions options_;
 };
 
-TEST_F(ListingTest, trailingSlashesOfTheSourcePathKeepTheRelativeLayout) {
-  dir_.file("tree/sub/x.dat");
-  for (const char* slashes : {"", "/", "//"}) {
-    properties_.set("srcpath", dir_ / "tree" + slashes);
-    properties_.set("srcspec", "*.dat");
-    properties_.set("dstpath", "/o");
-    SpecFileLister lister(globals_, options());
-    ASSERT_EQ(lister.init(), 0);
-    ASSERT_EQ(lister.getNextFile(), 0) << slashes;
-    EXPECT_EQ(lister.dstFile(), "/o/sub/x.dat") << slashes;
-  }
-}
-
 TEST_F(ListingTest, aPathOf1024CharactersIsTakenAndALongerOneEndsTheRun) {
   const std::string source = dir_.file("f", "x");
   for (const std::size_t length : {1024U, 1025U}) {
@@ -71,27 +57,6 @@ TEST_F(ListingTest, aPathOf1024CharactersIsTakenAndALongerOneEndsTheRun) {
       EXPECT_EQ(build(list, {pair}), length == 1024 ? 0 : 1);
       EXPECT_EQ(captured_.count(msg::kSpecFileListerPathTooLong, 1026), length == 1024 ? 0 : 1);
     }
-  }
-}
-
-TEST_F(ListingTest, theVendorIsLookedForOnBothSidesUpToTheNearestExistingDirectory) {
-  properties_.set("ignore-vendor-check", "disable");
-  struct Row {
-    const char* sourceVendor;
-    const char* targetVendor;
-    int result;
-  };
-  for (const Row& row : std::vector<Row>{
-           {nullptr, nullptr, 1}, {"VOQ LTFS 2.4", nullptr, 0}, {nullptr, "VOQ", 0}, {"XVOQ", "VO", 1}}) {
-    const test::TempDir dir;
-    const std::string source = dir.file("in", "x");
-    dir.file("out/keep");
-    if (row.sourceVendor != nullptr) test::setXattr(source, "user.ltfs.softwareVendor", row.sourceVendor);
-    if (row.targetVendor != nullptr)
-      test::setXattr(dir / "out", "user.ltfs.softwareVendor", row.targetVendor);
-    CopyList list(globals_, options());
-    EXPECT_EQ(build(list, {{source, dir / "out/new/deeper/x"}}), row.result);
-    EXPECT_EQ(captured_.count(msg::kMainNoLtfsSide), row.result);
   }
 }
 
@@ -164,41 +129,6 @@ TEST_F(ListingTest, aLongListIsLikeTheShortOnesItConsistsOf) {
   for (auto at = pairs.begin(); at != pairs.end(); at += 50) shortLists += told(at, at + 50);
   EXPECT_EQ(longList, shortLists);
   EXPECT_NE(longList.find(log.format(msg::kCopyListNoPosition, "f596")), std::string::npos);
-}
-
-TEST_F(ListingTest, clashesNameTheFirstEarlierPairTheyMeet) {
-  const std::string a = dir_.file("a", "a");
-  const std::string b = dir_.file("b", "b");
-  const std::string c = dir_ / "c";
-  const std::string made = dir_ / "out/1";
-  const std::string spelled = dir_.path() + "/./out//1";
-  const std::string hardB = dir_ / "hardB";
-  ASSERT_EQ(link(b.c_str(), hardB.c_str()), 0);
-  struct Row {
-    Pairs pairs;
-    int result;
-    std::size_t listed;
-    std::string message;
-  };
-  const Logger& log = captured_.logger();
-  const auto chain = [&](auto... paths) { return log.format(msg::kCopyListConflictChain, paths...); };
-  const Row rows[] = {
-      {{{b, c}, {a, hardB}}, 1, 1, chain(a, hardB, c)},
-      // A missing source that an earlier pair makes.
-      {{{a, made}, {made, c}}, 1, 1, chain(a, made, c)},
-      {{{a, made}, {b, spelled}}, 1, 1, log.format(msg::kCopyListConflictSameDestination, a, b, spelled)},
-      {{{a, made}, {a, spelled}}, 0, 1, log.format(msg::kCopyListDuplicate, a, spelled)},
-      {{{a, made}, {a, c}}, 0, 2, log.format(msg::kCopyListFilesFound, 2)},
-      // The first of two clashes.
-      {{{a, made}, {b, c}, {hardB, a}}, 1, 2, chain(hardB, a, made)},
-  };
-  for (const Row& row : rows) {
-    CopyList list(globals_, options());
-    EXPECT_EQ(build(list, row.pairs), row.result) << row.message;
-    EXPECT_EQ(list.extents().size(), row.listed) << row.message;
-    EXPECT_NE(captured_.logText().find(row.message + "\n"), std::string::npos)
-        << row.message << captured_.logText();
-  }
 }
 
 TEST_F(ListingTest, aFileCutAfterItWasListedIsAReadErrorAlsoWhereItWasAHole) {

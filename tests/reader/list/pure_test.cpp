@@ -161,28 +161,14 @@ TEST(EaList, keepsOrderAndBytesAndIsLookedUpWithinItsLimits) {
   }
   EXPECT_EQ(seen, attributes);
 
-  struct Row {
-    std::string name;
-    std::string value;  // empty: none
-    std::string message;
-  };
-  const Logger& log = captured.logger();
-  const Row rows[] = {
-      {"user.a", "1", log.format(msg::kAttributesGetFound, "1")},
-      {longName, longValue, log.format(msg::kAttributesGetFound, longValue)},
-      {"user.z", "x", log.format(msg::kAttributesGetFound, "x")},
-      {"user.none", "", log.format(msg::kAttributesGetNotFound)},
-      {"user.empty", "", log.format(msg::kAttributesNameNotConverted)},
-      {"", "", log.format(msg::kAttributesNameNotConverted)},
-      {"user.big", "", log.format(msg::kAttributesTooLong, "user.big", 8)},
-      {longName + "n", "", log.format(msg::kAttributesTooLong, longName + "n", 256)},
-  };
-  for (const Row& row : rows) {
-    captured.clear();
+  // Looked up: values of 1 to 255 bytes, up to their first zero byte; names of 1 to 255 bytes.
+  const std::pair<std::string, std::string> rows[] = {
+      {"user.a", "1"}, {longName, longValue}, {"user.z", "x"},     {"user.none", ""}, {"user.empty", ""},
+      {"", ""},        {"user.big", ""},      {longName + "n", ""}};
+  for (const auto& [name, expected] : rows) {
     std::string value;
-    EXPECT_EQ(file.getEA(row.name, value), row.value.empty() ? 1 : 0) << row.name;
-    EXPECT_TRUE(row.value.empty() || value == row.value) << row.name;
-    EXPECT_TRUE(captured.logText().ends_with(row.message + "\n")) << captured.logText();
+    EXPECT_EQ(file.getEA(name, value), expected.empty() ? 1 : 0) << name;
+    EXPECT_TRUE(expected.empty() || value == expected) << name;
   }
 }
 
