@@ -108,6 +108,7 @@ Times copyOnce(Between stages, Cores cores) {
   const RunOptions options = readRunOptions(*properties);
   CopyList list(globals, options);
   if (list.getList() != 0) std::abort();
+  RunFiles files(list.extents());
   modules.push_back(
       std::make_unique<Pinned<FileReaderModule>>(globals, options, cores.copying, copying, list));
   if (stages == Between::kIdleStages) {
@@ -120,7 +121,7 @@ Times copyOnce(Between stages, Cores cores) {
         std::make_unique<Pinned<modsum64ProcessModule>>(globals, options, cores.stages, between));
     modules.push_back(std::make_unique<Pinned<sparseProcessModule>>(globals, options, cores.stages, between));
   }
-  modules.push_back(std::make_unique<Pinned<FileWriterModule>>(globals, options, cores.copying, copying));
+  modules.push_back(std::make_unique<Pinned<FileWriterModule>>(globals, options, cores.copying, copying, files));
   BufferQ ring;
   if (ring.createQ(static_cast<int>(modules.size()), globals.stopExecution, options) != 0) std::abort();
 

@@ -43,6 +43,7 @@ RunOptions readRunOptions(const Properties& store) {
   options.interactive = isOn(store, "interactive");
   options.sparse = isOn(store, "sparse");
   options.ignoreVendorCheck = isOn(store, "ignore-vendor-check");
+  options.compareWhenListing = store.testProperty("compare-when-listing", "disable") == 0;
   options.totalBufferSize = textOf(store, "total-buffer-size");
   options.bufferSize = textOf(store, "buffer-size");
   options.bufferFile = textOf(store, "buffer-file");

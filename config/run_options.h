@@ -23,6 +23,9 @@ struct RunOptions {
   bool interactive = false;
   bool sparse = false;
   bool ignoreVendorCheck = false;
+  // No program has an option for it: without the listing's comparison of pairs, what is left to protect a
+  // file is the comparison at its opening, which is tested so.
+  bool compareWhenListing = true;
 
   std::string totalBufferSize;
   std::string bufferSize;

@@ -12,7 +12,8 @@
 //   audit             the report of a tape audit
 // reader/stage/     file_reader_module, the first stage: reads the files in tape order
 // writer/           the stages after it
-//   file_writer_module  the last stage; make_subdir makes directories
+//   file_writer_module  the last stage: buffers into destinations
+//   open_destination  one destination from its opening to its end; open_for_writing, make_subdir and copied_times help
 //   modsum64_process_module, sparse_process_module  the optional stages; byte_scan does their work
 // reader/list/      from options to files in tape order
 //   file_lister       base of the listers; spec_file_lister, batch_file_lister, char_special_lister
@@ -28,6 +29,8 @@
 //   globals           what all stages share
 // pipeline/ring/    buffer_q, the ring: how buffers travel; buffer_pool makes it, size_text reads sizes
 // reader/record/    file_c, extended_attr, extent: what buffers point at
+//   run_files         which files a run reads and writes, by device and inode; file_identity, number_table
+//   unique_fd         a descriptor that closes itself
 // config/           options
 //   known_properties  the table: one row per option
 //   properties        the store of all options; run_options, what a run reads from it

@@ -4,34 +4,41 @@
 #include <cstdint>
 #include <map>
 #include <string_view>
-#include <vector>
 
 #include "pipeline/stage/stages.h"
 #include "reader/record/file_c.h"
+#include "reader/record/run_files.h"
+#include "writer/copied_times.h"
+#include "writer/open_destination.h"
 
 namespace tamrix {
 
-// Per destination: created (with the directories above it), locked, in sparse mode given its length, written
-// buffer by buffer, and with its last buffer given the source's user attributes, unlocked, closed, given the
-// source's times and reported by one status line. What can go wrong, and what becomes of the destination
-// then:
+// Per destination: opened as it is (or made, with the directories above it), locked, compared with the other
+// files of the run, cut to nothing, in sparse mode given its length, written buffer by buffer, and with its
+// last buffer given the source's user attributes and times, unlocked, closed and reported by one status line.
+// What can go wrong, and what becomes of the destination then:
 //
-//   what fails                    destination    status line   run
-//   creating it or a directory    not made       none          ends
-//   locking, held by another      left, empty    none          ends
-//   locking otherwise, sizing     deleted        ERROR         ends
-//   seeking, writing, closing     deleted        ERROR         ends
-//   a byte unaccounted for        deleted        ERROR         ends
-//   unlocking when complete       left           none          ends
-//   times, an attribute           kept           WARNING       goes on
-//   the run ends in mid-file      deleted        ERROR         -
+//   what fails                                 destination         status line   run
+//   opening or making it, or a directory       as it was           none          ends
+//   locking, held by another                   as it was           none          ends
+//   it is a source, or already written         as it was           none          ends
+//   locking otherwise, examining, cutting it   as it was           none          ends
+//     the same, made for this pair             deleted             ERROR         ends
+//   giving it its length (sparse)              deleted             ERROR         ends
+//   seeking, writing, closing                  deleted             ERROR         ends
+//   a byte unaccounted for                     deleted             ERROR         ends
+//   unlocking when complete                    left                none          ends
+//   times, an attribute                        kept                WARNING       goes on
+//   the run ends in mid-file                   deleted             ERROR         -
 //
-// What is deleted is the file that a link leads to; a device or FIFO is never deleted.
+// What is deleted is the file that was opened, where a link leads to it as well, while it is open and locked;
+// after a failed close it is locked anew. When its name is another file's by then, or somebody else's lock is
+// on it, it is left. A device or FIFO is never deleted.
 //
-// Threads and lifetime: as Module. The records that buffers point at outlive it.
+// Threads and lifetime: as Module. The records that buffers point at outlive it, as do the run's files.
 class FileWriterModule : public WriterModule {
  public:
-  FileWriterModule(PipelineGlobals& globals, const RunOptions& options);
+  FileWriterModule(PipelineGlobals& globals, const RunOptions& options, RunFiles& runFiles);
   ~FileWriterModule() override;
 
   // Writes the buffer into its file's destination. Returns 0, also for a file completed with warnings; 1
@@ -44,27 +51,14 @@ class FileWriterModule : public WriterModule {
 
  private:
   int openDestination(FileC& file);
-  int createFile(FileC& file);
-  int lockFile(FileC& file);
-  int sizeFile(const FileC& file) const;
-  int writeBuffer(const BufferSlot& slot, FileC& file) const;
-  int skipZeros(const BufferSlot& slot, FileC& file) const;
-  int writeData(const BufferSlot& slot, FileC& file) const;
-  int completeFile(FileC& file);
-  int closeCompleted(FileC& file);
-  int copyTimes(const FileC& file) const;
-  void copyAttributes(const FileC& file);
-  // What a failure in mid-file leads to: unlocks, closes and deletes the destination and reports it.
-  void discardDestination(FileC& file);
-  void reportAndDelete(const FileC& file) const;
-  int unlockFile(const FileC& file) const;
   int fail();
 
-  const bool sparseMode_;
-  std::map<std::string_view, FileC*> openList_;  // destinations being written, by source path
-  FileC* current_ = nullptr;                     // the one that the last buffer went to
-  std::vector<const char*> refusedAttributes_;   // of the file being completed
-  std::int64_t totalLength_ = 0;                 // of all buffers so far
+  const SparseMode sparseMode_;
+  RunFiles& runFiles_;
+  std::map<std::string_view, OpenDestination> openList_;  // destinations being written, by source path
+  OpenDestination* current_ = nullptr;                    // the one that the last buffer went to
+  TimesAtClose timesAtClose_;
+  std::int64_t totalLength_ = 0;  // of all buffers so far
 };
 
 }  // namespace tamrix

@@ -1,6 +1,7 @@
 #include "pipeline/run/module_manager.h"
 
 #include <cstring>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -60,7 +61,7 @@ int ModuleManager::run() {
   addModule(std::make_unique<FileReaderModule>(*globals_, options_, *list_));
   if (addChecksumStage() != 0) return 1;
   addSparseStage();
-  addWriter();
+  if (addWriter() != 0) return 1;
   return runPipeline();
 }
 
@@ -96,11 +97,18 @@ void ModuleManager::addSparseStage() {
   globals_->sparseMode = 1;
 }
 
-void ModuleManager::addWriter() {
-  if (options_.audit != AuditMode::kNone) return;
+int ModuleManager::addWriter() {
+  if (options_.audit != AuditMode::kNone) return 0;
   logger->log(kDebug, msg::kManagerAddWriter);
-  addModule(std::make_unique<FileWriterModule>(*globals_, options_));
+  try {
+    files_.emplace(list_->extents());
+  } catch (const std::bad_alloc&) {
+    logger->log(kUrgent, msg::kCopyListNoMemory);
+    return 1;
+  }
+  addModule(std::make_unique<FileWriterModule>(*globals_, options_, *files_));
   globals_->hasWriter = 1;
+  return 0;
 }
 
 int ModuleManager::runPipeline() {

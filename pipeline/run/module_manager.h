@@ -16,6 +16,7 @@
 #include "pipeline/stage/globals.h"
 #include "pipeline/stage/module.h"
 #include "reader/list/copy_list.h"
+#include "reader/record/run_files.h"
 
 namespace tamrix {
 
@@ -41,13 +42,14 @@ class ModuleManager {
  private:
   int addChecksumStage();
   void addSparseStage();
-  void addWriter();
+  int addWriter();
   int runPipeline();
   void startModules(BufferQ& ring);
 
   PipelineGlobals* globals_ = nullptr;
   RunOptions options_;
   std::optional<CopyList> list_;                  // what the run copies; the stages use it
+  std::optional<RunFiles> files_;                 // which files those are; only where they are written
   std::vector<std::unique_ptr<Module>> modules_;  // by module id
 };
 

@@ -124,6 +124,7 @@ CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
 }
 
 CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) const {
+  if (!options_.compareWhenListing) return Verdict::kAccept;
   const std::string& source = pair.source;
   const std::string& destination = pair.destination;
   const PathIdentity& from = pair.sourceId;

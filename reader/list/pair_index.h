@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "reader/list/number_table.h"
+#include "reader/record/number_table.h"
 #include "reader/list/path_identity.h"
 
 namespace tamrix {

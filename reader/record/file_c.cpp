@@ -30,7 +30,8 @@ FileC::FileC(std::string source, std::string destination, const struct stat& sta
       fileSize(status.st_size),
       accessTime(status.st_atim),
       modifyTime(status.st_mtim),
-      fileMode(status.st_mode) {}
+      fileMode(status.st_mode),
+      listed(status) {}
 
 int FileC::getEA(const std::string& name, std::string& value) const {
   logger->log(kDebug, msg::kAttributesGetFind, name);

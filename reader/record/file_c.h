@@ -7,6 +7,7 @@
 #include <string>
 
 #include "reader/record/extended_attr.h"
+#include "reader/record/file_identity.h"
 
 namespace tamrix {
 
@@ -27,6 +28,7 @@ struct FileC {
   const struct timespec accessTime;
   const struct timespec modifyTime;
   const std::uint32_t fileMode;  // st_mode
+  const FileIdentity listed;     // the file that srcPath meant
   EaList eaList;                 // the source's user attributes, in the file system's order
 
   // Reader stage only.
@@ -36,10 +38,8 @@ struct FileC {
   bool isOpen = false;
   bool mayHaveHoles = false;  // while open: it is asked for them, and read by position
 
-  // Writer stage only.
-  std::int32_t dstFd = -1;
-  std::int64_t bytesWritten = 0;  // bytes accounted for: written, or skipped as zeros
-  std::int64_t writeOffset = 0;   // behind the last written byte
+  // Writer stage only: the file that dstPath meant when it was opened.
+  FileIdentity written;
 
   // Checksum stage only: the running sum.
   std::uint64_t checksum = 0;

@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -158,8 +157,8 @@ int fcntl64(int fd, int command, ...) {
   return forward(failsOnFd("fcntl", fd), -1, "fcntl64", fd, command, argument);
 }
 
-int utimes(const char* path, const struct timeval times[2]) noexcept {
-  return forward(failsOn("utimes", path), -1, "utimes", path, times);
+int futimens(int fd, const struct timespec times[2]) noexcept {
+  return forward(failsOnFd("utimes", fd), -1, "futimens", fd, times);
 }
 
 int fsetxattr(int fd, const char* name, const void* value, std::size_t size, int flags) noexcept {

@@ -33,8 +33,8 @@ class WideProperties {
  private:
   static std::vector<KnownProperty> wideTable() {
     std::vector<KnownProperty> table(programProperties().begin(), programProperties().end());
-    for (const char* wider :
-         {"audit", "checksum", "checksum-update", "verify", "checksumea", "buffer-file"}) {
+    for (const char* wider : {"audit", "checksum", "checksum-update", "verify", "checksumea", "buffer-file",
+                              "compare-when-listing"}) {
       table.push_back({wider, ""});
     }
     return table;

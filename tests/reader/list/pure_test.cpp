@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "reader/list/number_table.h"
+#include "reader/record/number_table.h"
 #include "reader/list/path_identity.h"
 #include "reader/list/wildcard.h"
 #include "reader/record/extent.h"

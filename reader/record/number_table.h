@@ -32,7 +32,11 @@ class NumberTable {
     if (!cells_.empty()) __builtin_prefetch(&cells_[home(tagOf(hash))]);
   }
 
-  // REQUIRES: the caller has found no number of the same key.
+  // Makes room for `count` numbers in all, so that adding them allocates nothing.
+  void reserve(std::size_t count) {
+    while (count * 4 > cells_.size() * 3) grow();
+  }
+
   void add(std::size_t hash, Number number) {
     if (++count_ * 4 > cells_.size() * 3) grow();
     put({tagOf(hash), number});

@@ -1,0 +1,42 @@
+#include "reader/record/run_files.h"
+
+namespace tamrix {
+
+RunFiles::RunFiles(const std::vector<Extent*>& extents) : extents_(extents) {
+  listed_.reserve(extents.size());
+  written_.reserve(extents.size());
+  writtenFiles_.reserve(extents.size());
+  NumberTable::Number number = 0;
+  for (const Extent* extent : extents) listed_.add(extent->file->listed.hash(), number++);
+}
+
+const FileC* RunFiles::findSource(const FileIdentity& identity) const {
+  const NumberTable::Number found = listed_.find(
+      identity.hash(), [&](NumberTable::Number n) { return extents_[n]->file->listed == identity; });
+  if (found != NumberTable::kNone) return extents_[found]->file;
+  if (!anyOpenedElsewhere_.load(std::memory_order_acquire)) return nullptr;
+  const MutexLock lock(mutex_);
+  for (const auto& [opened, file] : openedElsewhere_) {
+    if (opened == identity) return file;
+  }
+  return nullptr;
+}
+
+const FileC* RunFiles::findWritten(const FileIdentity& identity) const {
+  const NumberTable::Number found = written_.find(
+      identity.hash(), [&](NumberTable::Number n) { return writtenFiles_[n]->written == identity; });
+  return found == NumberTable::kNone ? nullptr : writtenFiles_[found];
+}
+
+void RunFiles::addWritten(const FileC& file) {
+  written_.add(file.written.hash(), static_cast<NumberTable::Number>(writtenFiles_.size()));
+  writtenFiles_.push_back(&file);
+}
+
+void RunFiles::addOpenedSource(const FileC& file, const FileIdentity& identity) {
+  const MutexLock lock(mutex_);
+  openedElsewhere_.emplace_back(identity, &file);
+  anyOpenedElsewhere_.store(true, std::memory_order_release);
+}
+
+}  // namespace tamrix

@@ -1,0 +1,260 @@
+#include "writer/open_destination.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "log/logger.h"
+#include "writer/make_subdir.h"
+#include "writer/open_for_writing.h"
+
+namespace tamrix {
+
+namespace {
+
+// Ownership is not copied, so the bits that lend out the owner's rights are not either.
+constexpr mode_t kCopiedModeBits = 01777;
+
+// Sets or releases a lock on the whole file; see fcntl(2). Returns 0 or an error number.
+int setLock(int fd, short type) {
+  struct flock record {};
+  record.l_type = type;
+  record.l_whence = SEEK_SET;
+  return fcntl(fd, F_SETLK, &record) == 0 ? 0 : errno;
+}
+
+bool isHeldByAnother(int error) { return error == EACCES || error == EAGAIN; }
+
+}  // namespace
+
+int OpenDestination::open(RunFiles& runFiles, SparseMode sparse, const StopFlag& stop) {
+  if (create(stop) != 0) return 1;
+  if (lock() == 0 && examine(runFiles) == 0 && cut(sparse) == 0) return 0;
+  if (isTouched_) {
+    discard();
+  } else {
+    refuse();
+  }
+  return 1;
+}
+
+int OpenDestination::create(const StopFlag& stop) {
+  const mode_t mode = file_.fileMode & kCopiedModeBits;
+  FileForWriting opened = openForWriting(file_.dstPath, mode, stop);
+  if (opened.error != 0) {
+    logger->log(kDebug, msg::kFileWriterCreateFailed);
+    std::string path = file_.dstPath;
+    if (makeSubdir(path) != 0) {
+      logger->log(kUrgent, msg::kFileWriterSubdirFailed, path);
+      return 1;
+    }
+    opened = openForWriting(file_.dstPath, mode, stop);
+  }
+  if (opened.error != 0) {
+    logger->log(kUrgent, msg::kFileWriterSecondCreateFailed, std::strerror(opened.error));
+    return 1;
+  }
+  fd_ = std::move(opened.fd);
+  isMade_ = opened.isMade;
+  isUnderWay_ = true;
+  return 0;
+}
+
+int OpenDestination::lock() {
+  const int error = setLock(fd_.get(), F_WRLCK);
+  if (error == 0) return 0;
+  logger->log(kUrgent, msg::kFileWriterLockFailed, file_.dstPath, std::strerror(error));
+  // Whoever holds it has taken the file for its own, even if it was made here.
+  if (isHeldByAnother(error)) isMade_ = false;
+  return 1;
+}
+
+// Finds out which file has been opened, whatever its name said, and whether it may be written.
+int OpenDestination::examine(RunFiles& runFiles) {
+  struct stat status {};
+  if (fstat(fd_.get(), &status) != 0) {
+    const int error = errno;
+    logger->log(kUrgent, msg::kFileWriterExamineFailed, file_.dstPath, std::strerror(error));
+    return 1;
+  }
+  file_.written = FileIdentity(status);
+  sizeBefore_ = S_ISREG(status.st_mode) ? status.st_size : 0;
+  // A file that was just made is none of those: its inode may have been a source's that is gone.
+  if (!isMade_) {
+    if (const FileC* other = runFiles.findSource(file_.written)) {
+      logger->log(kUrgent, msg::kFileWriterIsSource, file_.srcPath, file_.dstPath, other->srcPath,
+                  other->dstPath);
+      return 1;
+    }
+    if (const FileC* other = runFiles.findWritten(file_.written)) {
+      logger->log(kUrgent, msg::kFileWriterIsWritten, file_.srcPath, file_.dstPath, other->srcPath,
+                  other->dstPath);
+      return 1;
+    }
+  }
+  runFiles.addWritten(file_);
+  return 0;
+}
+
+int OpenDestination::cut(SparseMode sparse) {
+  bool isCut = sizeBefore_ == 0 || ftruncate(fd_.get(), 0) == 0;
+  if (isCut && sparse == SparseMode::kOn) {
+    isTouched_ = true;
+    isCut = ftruncate(fd_.get(), file_.fileSize) == 0;
+  }
+  if (isCut) return 0;
+  logger->log(kUrgent, msg::kFileWriterTruncateFailed);
+  return 1;
+}
+
+void OpenDestination::refuse() {
+  isUnderWay_ = false;
+  if (isMade_) reportAndRemove();
+  (void)fd_.close();
+}
+
+int OpenDestination::write(const BufferSlot& slot) {
+  const auto offset = static_cast<std::int64_t>(slot.offset);
+  // Kept: the first buffer of every file says that it seeks to 0.
+  if (offset == 0 || offset != writeOffset_) {
+    logger->log(kDebug, msg::kFileWriterDiscontinuity, offset);
+    if (const int error = seekTo(offset); error != 0) {
+      logger->log(kUrgent, msg::kFileWriterSeekFailed, offset, std::strerror(error));
+      return 1;
+    }
+  }
+  const ssize_t written = ::write(fd_.get(), slot.data, static_cast<std::size_t>(slot.length));
+  if (written < 0) {
+    const int error = errno;
+    logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(error));
+    return 1;
+  }
+  logger->log(kDebug, msg::kFileWriterWrote, static_cast<std::int32_t>(written),
+              static_cast<std::int32_t>(slot.bufferId));
+  // A short write is not tried again: the bytes that it left out are missing when the file is completed.
+  bytesWritten_ += written;
+  writeOffset_ = offset + written;
+  return 0;
+}
+
+// Leaves a hole: the file has its full length since it was created. The write offset stays where it is, so
+// that the next data buffer seeks.
+int OpenDestination::skipZeros(const BufferSlot& slot) {
+  if (slot.endOfFile != 0) {
+    logger->log(kDebug, msg::kFileWriterSparseEnd, slot.length);
+    if (const int error = seekTo(static_cast<std::int64_t>(slot.offset) + slot.length); error != 0) {
+      // Kept: names the buffer's offset, not the position sought.
+      logger->log(kUrgent, msg::kFileWriterSparseSeekFailed, static_cast<long long>(slot.offset),
+                  std::strerror(error));
+      return 1;
+    }
+  }
+  bytesWritten_ += slot.length;
+  return 0;
+}
+
+// Returns 0 or an error number.
+// Kept: the result is looked at as a 32-bit number, so a position of the form k * 2^32 + 4294967295 counts as
+// failed.
+int OpenDestination::seekTo(std::int64_t position) const {
+  return static_cast<std::int32_t>(lseek(fd_.get(), position, SEEK_SET)) == -1 ? errno : 0;
+}
+
+int OpenDestination::complete(TimesAtClose& timesAtClose) {
+  if (bytesWritten_ != file_.fileSize) {
+    logger->log(kUrgent, msg::kFileWriterIncomplete, file_.dstPath, bytesWritten_, file_.fileSize);
+    discard();
+    return 1;
+  }
+  const std::vector<const char*> refused = copyAttributes();
+  CopiedTimes times(fd_.get(), file_, timesAtClose);
+  if (release() != 0) return 1;
+
+  const int timesError = times.finish();
+  if (timesError != 0) logger->log(kWarning, msg::kFileWriterTimesFailed, std::strerror(timesError));
+  for (const char* name : refused) logger->log(kWarning, msg::kFileWriterXattrFailed, name);
+  if (timesError == 0 && refused.empty()) {
+    logger->log(kProgress, msg::kFileWriterStatusSuccess, file_.srcPath, file_.dstPath);
+  } else {
+    logger->log(kProgress, msg::kFileWriterStatusWarning, file_.srcPath, file_.dstPath);
+  }
+  return 0;
+}
+
+// Returns the names of those that were refused.
+std::vector<const char*> OpenDestination::copyAttributes() const {
+  std::vector<const char*> refused;
+  for (const ExtendedAttr& attr : file_.eaList) {
+    if (fsetxattr(fd_.get(), attr.name, attr.value, attr.valueLength, 0) != 0) refused.push_back(attr.name);
+  }
+  return refused;
+}
+
+int OpenDestination::release() {
+  // Every byte is written: whatever fails now but the close itself, the file stays.
+  isUnderWay_ = false;
+  if (unlock() != 0) {
+    (void)fd_.close();
+    return 1;
+  }
+  logger->log(kProgress, msg::kFileWriterEndOfFile, file_.fileName);
+  if (fd_.close() == 0) return 0;
+  const int error = errno;
+  logger->log(kUrgent, msg::kFileWriterCloseFailed, std::strerror(error));
+  reportAndRemove();
+  (void)fd_.close();
+  return 1;
+}
+
+int OpenDestination::unlock() const {
+  const int error = setLock(fd_.get(), F_UNLCK);
+  if (error == 0) return 0;
+  logger->log(kUrgent, msg::kFileWriterUnlockFailed, file_.fileName, std::strerror(error));
+  return 1;
+}
+
+void OpenDestination::discard() {
+  if (!isUnderWay_) return;
+  isUnderWay_ = false;
+  reportAndRemove();
+  (void)unlock();  // a failure is told; closing the descriptor releases the lock anyway
+  (void)fd_.close();
+}
+
+void OpenDestination::reportAndRemove() {
+  logger->log(kInfo, msg::kFileWriterStatusError, file_.srcPath, file_.dstPath);
+  if (const char* const reason = remove()) {
+    logger->log(kInfo, msg::kFileWriterDeleteFailed, file_.dstPath, reason);
+  } else {
+    logger->log(kInfo, msg::kFileWriterDeleted, file_.dstPath);
+  }
+}
+
+// Removes the name that the destination's path leads to, behind a link as well, if it still is that of the
+// file that was opened. A device or FIFO was not made by the copy and stays. Returns null, or why it is left.
+const char* OpenDestination::remove() {
+  std::array<char, PATH_MAX> real;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by realpath
+  struct stat status {};
+  if (file_.written == FileIdentity() && fstat(fd_.get(), &status) == 0) file_.written = FileIdentity(status);
+  if (realpath(file_.dstPath.c_str(), real.data()) == nullptr || lstat(real.data(), &status) != 0) {
+    return std::strerror(errno);
+  }
+  if (!S_ISREG(status.st_mode)) return std::strerror(EPERM);
+  if (file_.written != FileIdentity(status)) return "the name is another file's by now";
+  if (!fd_.isOpen()) {
+    // The lock is gone with the descriptor: what somebody else has locked since is theirs.
+    fd_ = UniqueFd(::open(real.data(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
+    if (fd_.isOpen() && isHeldByAnother(setLock(fd_.get(), F_WRLCK))) return std::strerror(EAGAIN);
+  }
+  return unlink(real.data()) == 0 ? nullptr : std::strerror(errno);
+}
+
+}  // namespace tamrix

@@ -1,0 +1,76 @@
+// One destination file, from its opening until it is complete or given up.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "pipeline/ring/buffer_q.h"
+#include "pipeline/ring/stop_flag.h"
+#include "reader/record/file_c.h"
+#include "reader/record/run_files.h"
+#include "reader/record/unique_fd.h"
+#include "writer/copied_times.h"
+
+namespace tamrix {
+
+enum class SparseMode { kOff, kOn };
+
+// Purpose: whatever a destination's name means when it is opened, no file but the pair's own is changed. The
+// file is opened as it is, locked, compared with the sources of the run and with what the run has written,
+// and only then cut to nothing. What is removed later is the file that was opened, or nothing. There is one
+// way out for each outcome: complete() for a copy, discard() for one that failed. open() that fails has taken
+// its own: a file that it has made is removed, one that was there stays as it was.
+//
+// Every failure is logged where it happens, at kUrgent unless its effect is a warning.
+// Threads: the writer's. Lifetime: from a file's first buffer to its last; the record outlives it.
+class OpenDestination {
+ public:
+  // Opens nothing yet.
+  explicit OpenDestination(FileC& file) : file_(file) {}
+  OpenDestination(const OpenDestination&) = delete;
+  OpenDestination& operator=(const OpenDestination&) = delete;
+
+  const FileC& file() const { return file_; }
+  std::int64_t writeOffset() const { return writeOffset_; }
+
+  // Opens the file, with the directories above it, and makes it empty; in sparse mode it gets its length at
+  // once, so that zeros at its end can stay a hole. Returns 0, or 1 with nothing left open.
+  [[nodiscard]] int open(RunFiles& runFiles, SparseMode sparse, const StopFlag& stop);
+
+  // Takes the buffer's bytes. Return 0, or 1. A write that comes back short is found out when the file is
+  // complete.
+  [[nodiscard]] int write(const BufferSlot& slot);
+  [[nodiscard]] int skipZeros(const BufferSlot& slot);
+
+  // Sees to it that no byte is missing, gives the copy attributes and times of its source, releases and
+  // closes it, and reports it. Returns 0, also with warnings; or 1 when it is not complete, or could not be
+  // unlocked or closed. A file that is incomplete is discarded by then.
+  [[nodiscard]] int complete(TimesAtClose& timesAtClose);
+
+  // Reports the copy as failed, removes it and closes it. Does nothing to one that is not under way.
+  void discard();
+
+ private:
+  int create(const StopFlag& stop);
+  int lock();
+  int examine(RunFiles& runFiles);
+  int cut(SparseMode sparse);
+  void refuse();
+  int seekTo(std::int64_t position) const;
+  std::vector<const char*> copyAttributes() const;
+  int release();
+  int unlock() const;
+  void reportAndRemove();
+  const char* remove();
+
+  FileC& file_;
+  UniqueFd fd_;
+  bool isMade_ = false;      // for this pair: there was no such file
+  bool isTouched_ = false;   // what was there is lost
+  bool isUnderWay_ = false;  // opened, and neither complete nor given up
+  std::int64_t sizeBefore_ = 0;
+  std::int64_t bytesWritten_ = 0;  // bytes accounted for: written, or skipped as zeros
+  std::int64_t writeOffset_ = 0;   // behind the last written byte
+};
+
+}  // namespace tamrix

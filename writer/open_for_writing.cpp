@@ -1,0 +1,74 @@
+#include "writer/open_for_writing.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+
+namespace tamrix {
+
+namespace {
+
+// Not blocking: opening a FIFO that nobody reads fails instead of waiting. Regular files don't care.
+constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NONBLOCK;
+constexpr int kMostLinks = 40;  // in a row; as the system's own limit
+
+// Opens the regular file at `path` and waits for its lease. What is opened at first can't be waited for, so
+// that it can be examined before it is opened again.
+FileForWriting openWaiting(const std::string& path, const StopFlag& stop) {
+  FileForWriting result;
+  const UniqueFd found(open(path.c_str(), O_PATH | O_CLOEXEC));
+  struct stat status {};
+  if (!found.isOpen() || fstat(found.get(), &status) != 0) {
+    result.error = errno;
+    return result;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    result.error = EWOULDBLOCK;
+    return result;
+  }
+  const std::string itself = "/proc/self/fd/" + std::to_string(found.get());
+  do {
+    result.fd = UniqueFd(open(itself.c_str(), O_WRONLY | O_CLOEXEC));
+    result.error = result.fd.isOpen() ? 0 : errno;
+  } while (result.error == EINTR && !stop.isSet());
+  return result;
+}
+
+// The path that the link `path` holds; empty when it is no link (any more).
+std::string followLink(const std::string& path) {
+  std::array<char, PATH_MAX> text;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by readlink
+  const ssize_t length = readlink(path.c_str(), text.data(), text.size());
+  if (length <= 0) return {};
+  std::string target(text.data(), static_cast<std::size_t>(length));
+  if (target.front() == '/') return target;
+  return path.substr(0, path.rfind('/') + 1) + target;
+}
+
+}  // namespace
+
+FileForWriting openForWriting(const std::string& path, mode_t mode, const StopFlag& stop) {
+  FileForWriting result;
+  std::string name = path;
+  for (int links = 0; links <= kMostLinks; ++links) {
+    // First, as most destinations are new; and it is certain then who has made the file.
+    result.fd = UniqueFd(open(name.c_str(), kFlags | O_CREAT | O_EXCL, mode));
+    result.isMade = result.fd.isOpen();
+    result.error = result.isMade ? 0 : errno;
+    if (result.error != EEXIST) return result;
+
+    result.fd = UniqueFd(open(name.c_str(), kFlags));
+    result.error = result.fd.isOpen() ? 0 : errno;
+    if (result.error == EWOULDBLOCK) return openWaiting(name, stop);
+    if (result.error != ENOENT) return result;
+    // A link that leads nowhere, or the file has gone meanwhile.
+    if (std::string target = followLink(name); !target.empty()) name = std::move(target);
+  }
+  result.error = ELOOP;
+  return result;
+}
+
+}  // namespace tamrix

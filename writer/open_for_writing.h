@@ -1,0 +1,24 @@
+// Opening a file to be written without touching what it holds.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "pipeline/ring/stop_flag.h"
+#include "reader/record/unique_fd.h"
+
+namespace tamrix {
+
+struct FileForWriting {
+  UniqueFd fd;          // not open: `error` says why
+  bool isMade = false;  // by this call: there was no such file before
+  int error = 0;
+};
+
+// Opens the file at `path`, or makes it with `mode` less the umask: where a dangling link leads to when the
+// path is one. A FIFO that nobody reads is refused instead of waited for; a regular file that another process
+// holds a lease on is waited for, unless a signal comes with `stop` set.
+FileForWriting openForWriting(const std::string& path, mode_t mode, const StopFlag& stop);
+
+}  // namespace tamrix
