@@ -47,13 +47,15 @@ int BufferQ::waitForSlot(int moduleId) {
   while (!mayGet(moduleId)) {
     const auto deadline = std::chrono::steady_clock::now() + waitRound_;
     logger->log(kDebug, msg::kRingStarved, moduleId);
-    const auto woken = position(predecessor(moduleId)).handedOn.waitUntil(mutex_, deadline);
+    // A stop that came since the slot was asked for may have woken the others already.
+    const auto woken = stop_->isSet() ? CondVar::Wake::kSignalled
+                                      : position(predecessor(moduleId)).handedOn.waitUntil(mutex_, deadline);
     logger->log(kDebug, msg::kRingResume, moduleId);
-    if (woken != CondVar::Wake::kTimedOut) continue;
-
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(waitRound_).count();
-    logger->log(kDebug, msg::kRingWaitTimedOut, static_cast<std::int32_t>(seconds), moduleId);
-    if (logger->level() == kDebug) logger->output(msg::kRingTimeoutNotice, moduleId);
+    if (woken == CondVar::Wake::kTimedOut) {
+      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(waitRound_).count();
+      logger->log(kDebug, msg::kRingWaitTimedOut, static_cast<std::int32_t>(seconds), moduleId);
+      if (logger->level() == kDebug) logger->output(msg::kRingTimeoutNotice, moduleId);
+    }
     if (stop_->isSet()) {
       logger->log(kDebug, msg::kRingWaitStopped);
       return 1;
@@ -131,6 +133,12 @@ void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {
   if (mode_ == Mode::kMemory && slot.data != nullptr && (isBack || slot.hole != 0)) {
     freeBuffers_.push_back(std::exchange(slot.data, nullptr));
   }
+}
+
+// With the mutex: a module that has seen the flag clear is in its wait by then.
+void BufferQ::wakeAll() {
+  const MutexLock lock(mutex_);
+  for (ModulePosition& module : positions_) module.handedOn.notifyAll();
 }
 
 void BufferQ::allowLongLead() {

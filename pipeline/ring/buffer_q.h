@@ -26,9 +26,10 @@
 // End of data. The reader marks the last buffer of the run with endOfData. Every module reads that mark
 // before it puts the slot (afterwards the slot is the successor's), passes it on, and ends.
 //
-// Stopping. A module that asks for a slot when the stop flag is set gets none. One that waits looks at the
-// flag at the end of each wait round (5 seconds; tests take milliseconds), so a stop is answered within
-// one round; a round that ends without a stop only starts the next one, however long a tape takes.
+// Stopping. A module that asks for a slot when the stop flag is set gets none. One that waits is woken by
+// wakeAll, which whoever waits for the stages calls when the flag is set. It also looks at the flag at the
+// end of each wait round (5 seconds; tests take milliseconds); a round that ends without a stop only starts
+// the next one, however long a tape takes.
 //
 // Locking. One mutex guards all positions, for the few instructions that move a head or tail; each module
 // has a condition variable of its own. Log lines are written inside it, so the logger's mutex comes after
@@ -72,7 +73,7 @@ struct BufferSlot {
 };
 
 // Threads: createQ and the destructor on the main thread while no stage runs; getBufferSlot and putBufferSlot
-// from any stage's thread, each for its own module.
+// from any stage's thread, each for its own module; wakeAll from any thread.
 // Lifetime: outlives the stage threads; the module manager makes one per run.
 class BufferQ {
  public:
@@ -102,6 +103,9 @@ class BufferQ {
   // Passes `slot` on to the next module. REQUIRES: `slot` is what `moduleId` got last and did not put yet.
   // Returns 0, or 1 when a buffer file's segment can't be unmapped (logged at kUrgent).
   [[nodiscard]] int putBufferSlot(int moduleId, BufferSlot& slot);
+
+  // Wakes every module that waits, so that it looks at the stop flag. REQUIRES: the flag is set.
+  void wakeAll();
 
   // Lets the reader fill the whole ring from now on. For the reader's thread.
   void allowLongLead();

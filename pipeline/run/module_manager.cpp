@@ -1,5 +1,6 @@
 #include "pipeline/run/module_manager.h"
 
+#include <chrono>
 #include <cstring>
 #include <new>
 #include <string>
@@ -17,6 +18,9 @@
 namespace tamrix {
 
 namespace {
+
+// How often a stage is interrupted until it has ended.
+constexpr std::chrono::milliseconds kInterruptRound(10);
 
 constexpr const char* kChecksumName = "modsum64";
 constexpr const char* kChecksumAttributePrefix = "user._ltfs.";
@@ -118,6 +122,7 @@ int ModuleManager::runPipeline() {
   logger->log(kDebug, msg::kManagerWaitForThreads);
   for (std::size_t id = 0; id < modules_.size(); ++id) {
     logger->log(kDebug, msg::kManagerEndModule, static_cast<std::int32_t>(id));
+    waitForStage(*modules_[id], ring);
     modules_[id]->join();
   }
   for (std::size_t id = 0; id < modules_.size(); ++id) {
@@ -128,11 +133,25 @@ int ModuleManager::runPipeline() {
   return 0;
 }
 
+// Waits until `stage` has ended. While a stop is set, sees to it that nobody waits for anything: not in the
+// ring, and not in a system call.
+void ModuleManager::waitForStage(const Module& stage, BufferQ& ring) {
+  while (stage.isRunning()) {
+    if (!globals_->stopExecution.isSet()) {
+      globals_->event.wait();
+      continue;
+    }
+    ring.wakeAll();
+    for (const auto& module : modules_) module->interrupt();
+    globals_->event.waitFor(kInterruptRound);
+  }
+}
+
 void ModuleManager::startModules(BufferQ& ring) {
   for (std::size_t id = 0; id < modules_.size(); ++id) {
     modules_[id]->setRing(ring);
     logger->log(kDebug, msg::kManagerStartModule, static_cast<std::int32_t>(id));
-    if (const int error = modules_[id]->start(); error != 0) {
+    if (const int error = modules_[id]->start(&globals_->event); error != 0) {
       logger->log(kUrgent, msg::kManagerCannotStartModule, static_cast<std::int32_t>(id),
                   std::strerror(error));
       globals_->stopPipeline();

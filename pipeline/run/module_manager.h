@@ -45,6 +45,7 @@ class ModuleManager {
   int addWriter();
   int runPipeline();
   void startModules(BufferQ& ring);
+  void waitForStage(const Module& stage, BufferQ& ring);
 
   PipelineGlobals* globals_ = nullptr;
   RunOptions options_;

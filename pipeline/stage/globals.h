@@ -4,12 +4,14 @@
 #include <cstdint>
 
 #include "pipeline/ring/stop_flag.h"
+#include "pipeline/stage/run_event.h"
 
 namespace tamrix {
 
 // Made by the entry, zeroed; shared by reference for the length of a run.
 struct PipelineGlobals {
   StopFlag stopExecution;
+  RunEvent event;  // posted by a stop and by the end of each stage; the module manager waits for it
 
   // Set by the module manager while it adds stages; constant once threads run.
   std::uint8_t hasProcessModule = 0;
@@ -18,9 +20,13 @@ struct PipelineGlobals {
 
   std::int64_t totalBytes = 0;  // to transfer; summed up by the copy list before threads run
 
-  // Tells every stage and the ring to end. Each failing path calls it; calling it again changes nothing.
-  // Stages see it when they next ask for a buffer, or at the end of their wait for one.
-  void stopPipeline() { stopExecution.set_.store(1, std::memory_order_release); }
+  // Tells every stage and the ring to end. Each failing path and the signal handler call it; calling it again
+  // changes nothing. Stages see it when they next ask for a buffer; those that wait, in the ring or in a
+  // system call, are woken by the module manager.
+  void stopPipeline() {
+    stopExecution.set_.store(1, std::memory_order_release);
+    event.post();
+  }
 };
 
 }  // namespace tamrix

@@ -11,18 +11,35 @@ namespace {
 
 constexpr std::size_t kSystemNameLength = 15;
 
+// The signal that breaks off a system call. Real-time signals mean nothing to anybody else.
+int interruptSignal() { return SIGRTMIN; }
+
+// A handler that does nothing, and no SA_RESTART: that is what makes a call return.
+void takeInterrupts() {
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  sigaction(interruptSignal(), &action, nullptr);
+}
+
 }  // namespace
 
-int Thread::start() {
+int Thread::start(RunEvent* atEnd) {
+  takeInterrupts();
+  atEnd_ = atEnd;
   sigset_t all;
   sigset_t before;
   sigfillset(&all);
+  sigdelset(&all, interruptSignal());
   pthread_sigmask(SIG_SETMASK, &all, &before);  // inherited by the new thread
   const int error = pthread_create(&handle_, nullptr, &Thread::entry, this);
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   started_ = error == 0;
   if (started_) pthread_setname_np(handle_, name_.substr(0, kSystemNameLength).c_str());
   return error;
+}
+
+void Thread::interrupt() {
+  if (isRunning() && mayWait_.load()) pthread_kill(handle_, interruptSignal());
 }
 
 void Thread::join() {
@@ -35,7 +52,11 @@ void Thread::join() {
 }
 
 void* Thread::entry(void* self) {
-  static_cast<Thread*>(self)->run();
+  auto* const thread = static_cast<Thread*>(self);
+  RunEvent* const atEnd = thread->atEnd_;
+  thread->run();
+  thread->ended_.store(true, std::memory_order_release);
+  if (atEnd != nullptr) atEnd->post();
   return nullptr;
 }
 

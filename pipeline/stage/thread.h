@@ -3,12 +3,15 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <string>
+
+#include "pipeline/stage/run_event.h"
 
 namespace tamrix {
 
 // Purpose: the base of everything that runs on a thread of its own.
-// Threads: start and join on the thread that owns the object; run on the new one.
+// Threads: start, isRunning, interrupt and join on the thread that owns the object; run on the new one.
 // Lifetime: REQUIRES that a started thread is joined before the object is destroyed.
 class Thread {
  public:
@@ -21,12 +24,34 @@ class Thread {
   // What the thread does; the base does nothing.
   virtual void run() {}
 
-  // Starts the thread. It takes no interrupts: those are the main thread's. Returns 0, or the error number
-  // when the system makes no thread.
-  [[nodiscard]] int start();
+  // Starts the thread, which posts `atEnd`, if any, when run has returned. It takes none of the user's
+  // signals: those are the main thread's. Returns 0, or the error number when the system makes no thread.
+  [[nodiscard]] int start(RunEvent* atEnd = nullptr);
+
+  // Whether the thread was started and run has not returned yet.
+  bool isRunning() const { return started_ && !ended_.load(std::memory_order_acquire); }
+
+  // Breaks off the system call that the thread waits in, if it is one that it has marked by MayWait: the call
+  // returns early or with EINTR. Does nothing otherwise. To be called again until the thread has ended: it
+  // may have been on its way into the call.
+  void interrupt();
 
   // Waits until the thread has ended; does nothing when none was started.
   void join();
+
+ protected:
+  // While it lives, the thread is in a system call that may take long and may be broken off. All others are
+  // left in peace, so that a close or the setting of a lock doesn't fail for a stop.
+  class MayWait {
+   public:
+    explicit MayWait(Thread& thread) : thread_(thread) { thread_.mayWait_.store(true); }
+    ~MayWait() { thread_.mayWait_.store(false); }
+    MayWait(const MayWait&) = delete;
+    MayWait& operator=(const MayWait&) = delete;
+
+   private:
+    Thread& thread_;
+  };
 
  private:
   static void* entry(void* self);
@@ -34,6 +59,9 @@ class Thread {
   const std::string name_;
   pthread_t handle_{};
   bool started_ = false;
+  RunEvent* atEnd_ = nullptr;
+  std::atomic<bool> ended_{false};
+  std::atomic<bool> mayWait_{false};
 };
 
 }  // namespace tamrix

@@ -140,5 +140,24 @@ TEST_F(RingTest, aWaitOutlastsItsRoundsUntilASlotOrAStopComes) {
   EXPECT_EQ(slot, nullptr);
 }
 
+// Would last for ever if a stop had to wait for the end of a round.
+TEST_F(RingTest, aStopWakesWhoeverWaits) {
+  for (int i = 0; i < 200; ++i) {
+    PipelineGlobals globals;
+    BufferQ ring(24h);
+    ASSERT_EQ(ring.createQ(3, globals.stopExecution, readRunOptions(*properties)), 0);
+    std::vector<std::thread> starved;
+    for (const int id : {1, 2}) {
+      starved.emplace_back([&ring, id] {
+        BufferSlot* slot = nullptr;
+        EXPECT_NE(ring.getBufferSlot(id, slot), 0);
+      });
+    }
+    globals.stopPipeline();
+    ring.wakeAll();
+    for (std::thread& thread : starved) thread.join();
+  }
+}
+
 }  // namespace
 }  // namespace tamrix
