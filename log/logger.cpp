@@ -159,6 +159,25 @@ void Logger::writeOutput(int id, const char* end, ...) {
   writeWhole(outputFd_, line.view());
 }
 
+void Logger::writeFromHandler(std::string_view line) const {
+  const int error = errno;
+  if (timer_) {
+    // As "%12.6f ", without printf.
+    std::array<char, 13> stamp;  // NOLINT(cppcoreguidelines-pro-type-member-init): filled
+    stamp.fill(' ');
+    auto left =
+        std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start_)
+            .count();
+    for (std::size_t at = stamp.size() - 2; at < stamp.size() && (left > 0 || at > 3); --at) {
+      stamp.at(at) = at == 5 ? '.' : static_cast<char>('0' + left % 10);
+      if (at != 5) left /= 10;
+    }
+    writeWhole(logFd_, {stamp.data(), stamp.size()});
+  }
+  writeWhole(logFd_, line);
+  errno = error;
+}
+
 std::string Logger::formatText(int id, ...) const {
   LineBuffer line;
   const char* const format = find(id);

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "log/message.h"
@@ -77,6 +78,10 @@ class Logger : public Message {
   std::string format(MessageId<Args...> id, std::type_identity_t<Args>... args) const {
     return formatText(id.number, raw(args)...);
   }
+
+  // Writes `line`, a whole log line, with what precedes it. For a signal handler: takes no lock, allocates
+  // nothing.
+  void writeFromHandler(std::string_view line) const;
 
   int level() const { return level_; }
 

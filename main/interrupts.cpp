@@ -3,6 +3,10 @@
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <cstddef>
+#include <string>
+
+#include "log/logger.h"
 
 namespace tamrix {
 
@@ -10,9 +14,18 @@ namespace {
 
 constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
 
+std::array<std::string, kSignals.size()> acknowledgements;  // what the handler writes, by signal
+
 std::atomic<PipelineGlobals*> runningGlobals{nullptr};
 std::atomic<int> receivedSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free);
+
+sigset_t allSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : kSignals) sigaddset(&set, number);
+  return set;
+}
 
 // Sets the action of each of the signals that is not ignored.
 void setActions(void (*handler)(int)) {
@@ -20,9 +33,8 @@ void setActions(void (*handler)(int)) {
   action.sa_handler = handler;
   // A stage's system call goes on; the main thread's wait for an answer looks at the stop flag.
   action.sa_flags = SA_RESTART;
-  // A second signal that comes with the first waits until the first has been handled, and then ends the
-  // process.
-  for (const int number : kSignals) sigaddset(&action.sa_mask, number);
+  // A second signal that comes with the first waits until it is known what a second one does.
+  action.sa_mask = allSignals();
   for (const int number : kSignals) {
     struct sigaction before {};
     sigaction(number, nullptr, &before);
@@ -30,17 +42,26 @@ void setActions(void (*handler)(int)) {
   }
 }
 
-// Runs in a signal handler: atomics and sigaction only.
+// Runs in a signal handler: only calls that are safe there.
 void onSignal(int number) {
-  int none = 0;
-  receivedSignal.compare_exchange_strong(none, number);
+  receivedSignal = number;
   if (PipelineGlobals* const globals = runningGlobals.load()) globals->stopPipeline();
   setActions(SIG_DFL);
+  (void)std::signal(SIGHUP, SIG_IGN);  // a terminal that is closed sends two
+  // From here on a second signal ends the process, whatever holds up the line.
+  const sigset_t ours = allSignals();
+  pthread_sigmask(SIG_UNBLOCK, &ours, nullptr);
+  for (std::size_t i = 0; i < kSignals.size(); ++i) {
+    if (kSignals.at(i) == number) logger->writeFromHandler(acknowledgements.at(i));
+  }
 }
 
 }  // namespace
 
 Interrupts::Interrupts(PipelineGlobals& globals) {
+  for (std::size_t i = 0; i < kSignals.size(); ++i) {
+    acknowledgements.at(i) = logger->format(msg::kMainStopping, kSignals.at(i)) + "\n";
+  }
   receivedSignal = 0;
   runningGlobals = &globals;
   setActions(&onSignal);

@@ -118,6 +118,7 @@ TEST(Interrupt, whereverTheRunIsItEndsWithWholeFilesOrNone) {
       // Before it is ready for signals there is nothing yet to end in good order.
       if (words.empty() && run.status == -number) continue;
       EXPECT_EQ(run.status, 128 + number) << words << run;
+      EXPECT_EQ(run.count(text(msg::kMainStopping, number)), 1) << run;
       EXPECT_EQ(run.count(text(msg::kMainInterrupted, number)), 1) << run;
       EXPECT_EQ(run.count(text(msg::kMainEnded, 128 + number)), 1) << run;
       if (words != copying) continue;
@@ -134,8 +135,8 @@ TEST(Interrupt, theSecondSignalEndsTheProcessAtOnce) {
   scene.addEndlessSource("a");
   RunningProgram program(scene.args(kSlowly));
   EXPECT_TRUE(program.waitForText("\nCopy "));
-  // Both wait for it when it goes on.
-  for (const int number : {SIGSTOP, SIGINT, SIGTERM, SIGCONT}) program.signal(number);
+  // All wait for it when it goes on.
+  for (const int number : {SIGSTOP, SIGINT, SIGHUP, SIGTERM, SIGCONT}) program.signal(number);
   EXPECT_EQ(program.wait().status, -SIGTERM) << program.wait();
 }
 
