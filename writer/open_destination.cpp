@@ -181,7 +181,7 @@ int OpenDestination::complete(TimesAtClose& timesAtClose) {
   const int timesError = times.finish();
   if (timesError != 0) logger->log(kWarning, msg::kFileWriterTimesFailed, std::strerror(timesError));
   for (const char* name : refused) logger->log(kWarning, msg::kFileWriterXattrFailed, name);
-  if (timesError == 0 && refused.empty()) {
+  if (timesError == 0 && refused.empty() && !file_.changedWhileRead) {
     logger->log(kProgress, msg::kFileWriterStatusSuccess, file_.srcPath, file_.dstPath);
   } else {
     logger->log(kProgress, msg::kFileWriterStatusWarning, file_.srcPath, file_.dstPath);

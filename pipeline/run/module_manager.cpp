@@ -62,10 +62,11 @@ int ModuleManager::run() {
     (void)Audit(options_).report(*list_);
     return 0;
   }
-  addModule(std::make_unique<FileReaderModule>(*globals_, options_, *list_));
+  if (noteFiles() != 0) return 1;
+  addModule(std::make_unique<FileReaderModule>(*globals_, options_, *list_, files_ ? &*files_ : nullptr));
   if (addChecksumStage() != 0) return 1;
   addSparseStage();
-  if (addWriter() != 0) return 1;
+  addWriter();
   return runPipeline();
 }
 
@@ -101,18 +102,22 @@ void ModuleManager::addSparseStage() {
   globals_->sparseMode = 1;
 }
 
-int ModuleManager::addWriter() {
+int ModuleManager::noteFiles() {
   if (options_.audit != AuditMode::kNone) return 0;
-  logger->log(kDebug, msg::kManagerAddWriter);
   try {
     files_.emplace(list_->extents());
   } catch (const std::bad_alloc&) {
     logger->log(kUrgent, msg::kCopyListNoMemory);
     return 1;
   }
+  return 0;
+}
+
+void ModuleManager::addWriter() {
+  if (options_.audit != AuditMode::kNone) return;
+  logger->log(kDebug, msg::kManagerAddWriter);
   addModule(std::make_unique<FileWriterModule>(*globals_, options_, *files_));
   globals_->hasWriter = 1;
-  return 0;
 }
 
 int ModuleManager::runPipeline() {

@@ -42,7 +42,9 @@ class ModuleManager {
  private:
   int addChecksumStage();
   void addSparseStage();
-  int addWriter();
+  // For a run that writes, takes note of the files of the list. Returns 0, or 1 without the memory.
+  int noteFiles();
+  void addWriter();
   int runPipeline();
   void startModules(BufferQ& ring);
   void waitForStage(const Module& stage, BufferQ& ring);

@@ -27,11 +27,11 @@ FileC::FileC(std::string source, std::string destination, const struct stat& sta
     : srcPath(std::move(source)),
       dstPath(std::move(destination)),
       fileName(baseName(srcPath)),
+      listed(status),
       fileSize(status.st_size),
       accessTime(status.st_atim),
       modifyTime(status.st_mtim),
-      fileMode(status.st_mode),
-      listed(status) {}
+      fileMode(status.st_mode) {}
 
 int FileC::getEA(const std::string& name, std::string& value) const {
   logger->log(kDebug, msg::kAttributesGetFind, name);

@@ -23,13 +23,18 @@ struct FileC {
   // Constant once the file is listed.
   const std::string srcPath;
   const std::string dstPath;
-  const char* const fileName;   // the base name, in srcPath
-  const std::int64_t fileSize;  // bytes
-  const struct timespec accessTime;
-  const struct timespec modifyTime;
-  const std::uint32_t fileMode;  // st_mode
-  const FileIdentity listed;     // the file that srcPath meant
-  EaList eaList;                 // the source's user attributes, in the file system's order
+  const char* const fileName;  // the base name, in srcPath
+  const FileIdentity listed;   // the file that srcPath meant
+
+  // As listed, or as found by the reader stage when it opens the file; constant from its first buffer on.
+  std::int64_t fileSize;  // bytes
+  struct timespec accessTime;
+  struct timespec modifyTime;
+  std::uint32_t fileMode;  // st_mode
+  EaList eaList;           // the source's user attributes, in the file system's order
+
+  // Set by the reader stage before it passes on the file's last buffer: the source is not as it was opened.
+  bool changedWhileRead = false;
 
   // Reader stage only.
   std::int64_t bytesRead = 0;

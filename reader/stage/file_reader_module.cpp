@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "log/logger.h"
+#include "reader/list/source_attributes.h"
 
 namespace tamrix {
 
@@ -21,14 +22,22 @@ constexpr double kMemorySpeed = 1e9;  // bytes per second
 constexpr std::int64_t kSampleBytes = 16 << 20;
 constexpr std::chrono::milliseconds kSampleTime(20);
 
+// Read in pieces of this size, so that a stop doesn't wait for a large buffer from a slow source.
+constexpr std::size_t kReadPiece = 1 << 20;
+
 constexpr std::int64_t kStatBlock = 512;  // the unit of st_blocks
 // What a slot can stand for.
 constexpr std::int64_t kLongestPiece = std::numeric_limits<decltype(BufferSlot::length)>::max();
 
+bool sameTime(const struct timespec& a, const struct timespec& b) {
+  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
 }  // namespace
 
-FileReaderModule::FileReaderModule(PipelineGlobals& globals, const RunOptions& options, const CopyList& list)
-    : ReaderModule(globals, options), copyList_(list) {
+FileReaderModule::FileReaderModule(PipelineGlobals& globals, const RunOptions& options, const CopyList& list,
+                                   RunFiles* runFiles)
+    : ReaderModule(globals, options), copyList_(list), runFiles_(runFiles) {
   logger->log(kDebug, msg::kFileReaderConstructorGlobals);
 }
 
@@ -47,12 +56,13 @@ int FileReaderModule::fillBuffer(BufferSlot& slot) {
   logger->log(kDebug, msg::kFileReaderExtent, extent.startBlock, extent.byteCount, file.fileName);
 
   slot.startOfFile = file.isOpen ? 0 : 1;
-  if (!file.isOpen && openFile(file) != 0) return fail();
+  if (!file.isOpen && openFile(file, extent) != 0) return fail();
   if (readPiece(slot, file, extent) != 0) return fail();
 
   slot.endOfFile = 0;
   if (file.bytesRead == file.fileSize) {
     logger->log(kProgress, msg::kFileReaderFileCompleted, file.fileName);
+    checkUnchanged(file);
     if (closeFile(file) != 0) return fail();
     slot.endOfFile = 1;
   }
@@ -68,33 +78,85 @@ int FileReaderModule::fillBuffer(BufferSlot& slot) {
   return continueAt(*next.file, next) == 0 ? 0 : fail();
 }
 
-int FileReaderModule::openFile(FileC& file) {
+int FileReaderModule::openFile(FileC& file, Extent& extent) {
   logger->log(kProgress, msg::kFileReaderOpenFile, file.srcPath);
-  // Not blocking: what was a regular file when listed may be a FIFO by now.
-  file.fd = open(file.srcPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file.fd < 0) {
-    const int error = errno;
-    logger->log(kUrgent, msg::kFileReaderOpenFailed, file.srcPath, std::strerror(error));
+  if (const int error = openPath(file); error != 0) {
+    // What a stop broke off is no failure of the file.
+    if (error != EINTR) logger->log(kUrgent, msg::kFileReaderOpenFailed, file.srcPath, std::strerror(error));
     return 1;
   }
   file.isOpen = true;
   struct stat status {};
-  file.mayHaveHoles = globals_.sparseMode != 0 && fstat(file.fd, &status) == 0 && S_ISREG(status.st_mode) &&
-                      status.st_blocks * kStatBlock < file.fileSize;
+  if (fstat(file.fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    logger->log(kUrgent, msg::kFileReaderNotRegular, file.srcPath);
+    (void)closeFile(file);
+    return 1;
+  }
+  if (FileIdentity(status) != file.listed || status.st_size != file.fileSize ||
+      !sameTime(status.st_mtim, file.modifyTime)) {
+    followChange(file, extent, status);
+  }
+  file.mayHaveHoles = globals_.sparseMode != 0 && status.st_blocks * kStatBlock < file.fileSize;
   return 0;
+}
+
+// Returns 0, or the error number; EINTR only for a stop.
+int FileReaderModule::openPath(FileC& file) {
+  // Not blocking: what was a regular file when listed may be a FIFO by now.
+  int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+  for (;;) {
+    const MayWait mayWait(*this);
+    file.fd = open(file.srcPath.c_str(), flags);
+    if (file.fd >= 0) return 0;
+    const int error = errno;
+    struct stat status {};
+    if (error == EWOULDBLOCK && (flags & O_NONBLOCK) != 0 && stat(file.srcPath.c_str(), &status) == 0 &&
+        S_ISREG(status.st_mode)) {
+      // Another process holds a lease on the file; the system asks for it while this one waits.
+      flags &= ~O_NONBLOCK;
+    } else if (error != EINTR || globals_.stopExecution.isSet()) {
+      return error;
+    }
+  }
+}
+
+// Makes the record tell of the file that was opened. No other stage has seen a buffer of it yet.
+void FileReaderModule::followChange(FileC& file, Extent& extent, const struct stat& status) {
+  logger->log(kWarning, msg::kFileReaderChangedSinceListed, file.srcPath);
+  if (runFiles_ != nullptr) runFiles_->addOpenedSource(file, FileIdentity(status));
+  extent.byteCount += status.st_size - file.fileSize;
+  file.fileSize = status.st_size;
+  file.accessTime = status.st_atim;
+  file.modifyTime = status.st_mtim;
+  file.fileMode = status.st_mode;
+  file.eaList = EaList();
+  SourceAttributes attributes;
+  attributes.read(file.srcPath.c_str());
+  attributes.collect(file);
+}
+
+void FileReaderModule::checkUnchanged(FileC& file) {
+  struct stat status {};
+  if (fstat(file.fd, &status) == 0 && status.st_size == file.fileSize &&
+      sameTime(status.st_mtim, file.modifyTime)) {
+    return;
+  }
+  file.changedWhileRead = true;
+  logger->log(kWarning, msg::kFileReaderChangedWhileRead, file.srcPath);
 }
 
 int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
   const std::int64_t hole = holeAhead(file, extent, slot.capacity);
   slot.hole = hole > 0 ? 1 : 0;
   const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(extent.byteCount, slot.capacity));
-  const ssize_t n = hole > 0 ? hole : readData(slot, file, wanted);
-  const int error = errno;
-  if (n < 0 || (n == 0 && wanted != 0)) {
-    if (n < 0) {
-      logger->log(kUrgent, msg::kFileReaderReadFailed, std::strerror(error));
-    } else {
+  const Reading reading = hole > 0 ? Reading{hole, 0} : readData(slot, file, wanted);
+  const std::int64_t n = reading.bytes;
+  if (n == 0 && wanted != 0) {
+    // What a stop broke off is no failure of the file.
+    if (reading.error == 0) {
       logger->log(kUrgent, msg::kFileReaderEndedEarly, file.srcPath, file.bytesRead, file.fileSize);
+    } else if (reading.error != EINTR) {
+      logger->log(kUrgent, msg::kFileReaderReadFailed, std::strerror(reading.error));
     }
     close(file.fd);
     file.isOpen = false;
@@ -114,18 +176,30 @@ int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
   return 0;
 }
 
-ssize_t FileReaderModule::readData(const BufferSlot& slot, const FileC& file, std::size_t wanted) {
-  if (wanted == 0) return 0;
+// Reads on until the buffer is full, the source gives less than was asked for, or a stop comes.
+FileReaderModule::Reading FileReaderModule::readData(const BufferSlot& slot, const FileC& file,
+                                                     std::size_t wanted) {
   const auto start = std::chrono::steady_clock::now();
-  // Looking for holes moves the file's position.
-  const ssize_t n = file.mayHaveHoles ? pread(file.fd, slot.data, wanted, file.readOffset)
-                                      : read(file.fd, slot.data, wanted);
-  if (!sourceIsSlow_) {
+  Reading reading;
+  for (std::size_t done = 0; done < wanted;) {
+    const std::size_t piece = std::min(wanted - done, kReadPiece);
+    const ssize_t n = readAt(file, slot.data + done, piece, file.readOffset + static_cast<off_t>(done));
     const int error = errno;
-    accountRead(n, std::chrono::steady_clock::now() - start);
-    errno = error;
+    const bool stopped = globals_.stopExecution.isSet();
+    if (n < 0 && error == EINTR && !stopped) continue;
+    if (n < 0) reading.error = error;
+    if (n > 0) done += static_cast<std::size_t>(n);
+    reading.bytes = static_cast<std::int64_t>(done);
+    if (n < static_cast<ssize_t>(piece) || (stopped && done < wanted)) break;
   }
-  return n;
+  if (!sourceIsSlow_) accountRead(reading.bytes, std::chrono::steady_clock::now() - start);
+  return reading;
+}
+
+ssize_t FileReaderModule::readAt(const FileC& file, char* data, std::size_t size, off_t offset) {
+  const MayWait mayWait(*this);
+  // Looking for holes moves the file's position.
+  return file.mayHaveHoles ? pread(file.fd, data, size, offset) : read(file.fd, data, size);
 }
 
 std::int64_t FileReaderModule::holeAhead(const FileC& file, const Extent& extent, std::int32_t capacity) {

@@ -5,7 +5,9 @@
 
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <optional>
 
 #include "tests/program/copy_scene.h"
 
@@ -160,18 +162,25 @@ TEST(ChangedSource, betweenListingAndReading) {
   };
   struct Row {
     std::function<void(Path)> change;
-    std::string message;  // empty: the run goes well
+    std::string message;
+    std::optional<std::string> copied;  // none: the run fails
     std::string params = "";
   };
-  const std::string early = "ERROR Source file ended early";
-  for (const Row& row : std::vector<Row>{
-           {resize(3000000U), ""},
-           {resize(3U), early},
-           {resize(0U), early},
-           {resize(0U), early, "<sparse>enable</sparse>"},
-           {[](Path path) { unlink(path.c_str()); }, "ERROR Opening file"},
-           {[](Path path) { unlink(path.c_str()), mkdir(path.c_str(), 0700); }, "ERROR Reading data"},
-           {[](Path path) { unlink(path.c_str()), mkfifo(path.c_str(), 0600); }, early}}) {
+  const std::string changed = "WARNING Source file has changed since it was listed";
+  const std::string other = "ERROR Source file is no regular file any more";
+  const auto replace = [](Path path) {
+    std::ofstream(path + ".new") << "as it is saved now";
+    std::filesystem::rename(path + ".new", path);
+  };
+  for (const Row& row :
+       std::vector<Row>{{replace, changed, "as it is saved now"},
+                        {resize(12U), changed, std::string("as listed\0\0\0", 12)},
+                        {resize(3U), changed, "as "},
+                        {resize(0U), changed, ""},
+                        {resize(0U), changed, "", "<sparse>enable</sparse>"},
+                        {[](Path path) { unlink(path.c_str()); }, "ERROR Opening file", {}},
+                        {[](Path path) { unlink(path.c_str()), mkdir(path.c_str(), 0700); }, other, {}},
+                        {[](Path path) { unlink(path.c_str()), mkfifo(path.c_str(), 0600); }, other, {}}}) {
     const CopyScene scene;
     const std::string first = scene.addSource("1", "as listed");
     scene.addSource("2", "new");
@@ -183,10 +192,10 @@ TEST(ChangedSource, betweenListingAndReading) {
     row.change(first);
     program.send("y\n");
     const ProgramRun& run = program.wait();
-    const bool well = row.message.empty();
-    EXPECT_EQ(run.status, well ? 0 : 1) << run;
+    EXPECT_EQ(run.status, row.copied ? 0 : 1) << run;
     EXPECT_NE(run.err.find(row.message), std::string::npos) << row.message << run;
-    EXPECT_EQ(scene.copied(), well ? (Contents{{"1", "as listed"}, {"2", "new"}}) : (Contents{{"2", "old"}}))
+    EXPECT_EQ(scene.copied(),
+              row.copied ? (Contents{{"1", *row.copied}, {"2", "new"}}) : (Contents{{"2", "old"}}))
         << run;
   }
 }
