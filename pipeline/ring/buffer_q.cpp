@@ -66,21 +66,21 @@ int BufferQ::waitForSlot(int moduleId) {
 
 int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   logger->log(kDebug, msg::kRingPut, shown(slot.bufferId), moduleId);
-  CondVar* toWake = nullptr;
-  if (const int result = handOver(moduleId, slot, toWake); result != 0) return result;
-  // Outside the lock: waking another core takes longer than all that the lock is held for.
+  // Outside the lock, as is the waking: both take longer than all that the lock is held for.
+  if (mode_ == Mode::kBufferFile && unmapSlot(slot) != 0) return 1;
+  CondVar* const toWake = handOver(moduleId, slot);
   if (toWake != nullptr) toWake->notifyAll();
   return 0;
 }
 
-// Does what a put does to the positions, and tells whom it feeds. Returns as putBufferSlot.
-int BufferQ::handOver(int moduleId, BufferSlot& slot, CondVar*& toWake) {
+// Does what a put does to the positions. Returns the condition of those whom it feeds, null when there is
+// none.
+CondVar* BufferQ::handOver(int moduleId, BufferSlot& slot) {
   const int nextId = successor(moduleId);
   slot.nextModuleId = static_cast<std::uint32_t>(nextId);
 
   const MutexLock lock(mutex_);
   dump();
-  if (mode_ == Mode::kBufferFile && unmapSlot(slot) != 0) return 1;
   ModulePosition& me = position(moduleId);
   ModulePosition& next = position(nextId);
   assert(&slots_[me.head] == &slot);
@@ -96,7 +96,7 @@ int BufferQ::handOver(int moduleId, BufferSlot& slot, CondVar*& toWake) {
     next.head = next.tail;
     logger->log(kDebug, msg::kRingNextFed, nextId, shown(next.head));
   }
-  if (nextId == 0 ? readerHadNoRoom && readerShouldWake() : fed) toWake = &me.handedOn;
+  const bool wakes = nextId == 0 ? readerHadNoRoom && readerShouldWake() : fed;
   // A ring of one module passes the slot to itself: it owns all slots, always.
   if (wasLast && nextId != moduleId) {
     logger->log(kDebug, msg::kRingLastSlot, moduleId);
@@ -106,7 +106,7 @@ int BufferQ::handOver(int moduleId, BufferSlot& slot, CondVar*& toWake) {
     logger->log(kDebug, msg::kRingNewHead, shown(me.head));
   }
   dump();
-  return 0;
+  return wakes ? &me.handedOn : nullptr;
 }
 
 // Whether the module owns a slot and, if it is the reader, has not used up its lead.

@@ -158,7 +158,7 @@ class BufferQ {
   int predecessor(int moduleId) const { return (moduleCount_ + moduleId - 1) % moduleCount_; }
   int successor(int moduleId) const { return (moduleId + 1) % moduleCount_; }
   int waitForSlot(int moduleId) TAMRIX_REQUIRES(mutex_);
-  int handOver(int moduleId, BufferSlot& slot, CondVar*& toWake);
+  CondVar* handOver(int moduleId, BufferSlot& slot);
   void prepareSlot(BufferSlot& slot, std::uint32_t index) TAMRIX_REQUIRES(mutex_);
   int mapSlot(BufferSlot& slot) const;
   int unmapSlot(BufferSlot& slot) const;
