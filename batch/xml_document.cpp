@@ -54,12 +54,44 @@ int XmlDocument::open(const std::string& name) {
     reason_ = S_ISDIR(status.st_mode) ? std::strerror(EISDIR) : "Not a regular file";
     return -1;
   }
-  reader_ = xmlReaderForFd(fd_, nullptr, nullptr, XML_PARSE_NONET);
+  reader_ = xmlReaderForIO(readMore, nullptr, this, nullptr, nullptr, XML_PARSE_NONET);
   if (reader_ == nullptr) {
     if (reason_.empty()) reason_ = std::strerror(ENOMEM);
     return -1;
   }
   return 0;
+}
+
+bool AttributeCount::take(std::string_view bytes) {
+  for (const char c : bytes) {
+    if (quote_ != 0) {
+      if (c == quote_) quote_ = 0;
+    } else if (c == '<') {
+      inTag_ = true;
+      count_ = 0;
+    } else if (!inTag_) {
+      continue;
+    } else if (c == '>') {
+      inTag_ = false;
+    } else if (c == '"' || c == '\'') {
+      quote_ = c;
+    } else if (c == '=' && ++count_ > kMost) {
+      return false;
+    }
+  }
+  return true;
+}
+
+int XmlDocument::readMore(void* document, char* buffer, int size) {
+  auto* self = static_cast<XmlDocument*>(document);
+  const ssize_t n = ::read(self->fd_, buffer, static_cast<std::size_t>(size));
+  if (n < 0) {
+    self->reason_ = std::strerror(errno);
+    return -1;
+  }
+  if (self->attributes_.take({buffer, static_cast<std::size_t>(n)})) return static_cast<int>(n);
+  self->reason_ = "An element has more than 1000 attributes";
+  return -1;
 }
 
 int XmlDocument::read() { return xmlTextReaderRead(reader_); }

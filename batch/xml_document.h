@@ -1,19 +1,36 @@
 // A batch file, opened and read node by node: all that knows of the XML library.
 //
 // Safe on any input: no network, no external document, no entity expanded into text, and the library's own
-// bounds on text length (10 MB), nesting (256) and entity growth stay in force. The library prints nothing;
-// what it has to say is kept as the reason of a failure.
+// bounds on text length (10 MB), nesting (256) and entity growth stay in force. An element of more than 1000
+// attributes is refused before the library has it whole, whose time would grow with the square of their
+// number. The library prints nothing; what it has to say is kept as the reason of a failure.
 #pragma once
 
 #include <libxml/xmlreader.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace tamrix {
 
 // The node types that a batch file may hold; the numbers are the library's. nodeType() returns others too.
 enum NodeType : int { kStartElement = 1, kText = 3, kWhiteSpace = 14, kEndElement = 15 };
+
+// Counts the attributes of each start tag in the bytes of a document: the "=" between "<" and ">", outside
+// quotes. In a document with comments, or in UTF-16, it may be wrong, but hardly by as many as matter.
+class AttributeCount {
+ public:
+  static constexpr std::size_t kMost = 1000;
+  // Takes the next bytes. Returns false when a tag has more than kMost.
+  [[nodiscard]] bool take(std::string_view bytes);
+
+ private:
+  bool inTag_ = false;
+  char quote_ = 0;  // the open one
+  std::size_t count_ = 0;
+};
 
 // Threads: one at a time in the process, since it borrows the library's error handlers.
 // Lifetime: one pass over one file.
@@ -49,9 +66,11 @@ class XmlDocument {
   const std::string& reason() const { return reason_; }
 
  private:
+  static int readMore(void* document, char* buffer, int size);
   template <class Error>
   static void keepError(void* document, Error* error);
 
+  AttributeCount attributes_;
   int fd_ = -1;
   xmlTextReaderPtr reader_ = nullptr;
   int line_ = 0;
