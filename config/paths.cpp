@@ -6,7 +6,7 @@
 //     "x"               as x" (the opening quote goes, the closing one stays)
 //
 // Kept: after a leading "~" or "." anything but a slash and at least one more character is dropped, so
-// ~user becomes the home directory, and .. ../up and .hidden become the working directory.
+// ~user becomes the home directory, and .. ../up and .hidden become the working directory. A warning says so.
 #include <cstdlib>
 #include <filesystem>
 
@@ -47,6 +47,8 @@ int Properties::updatePath(const char* key) {
     path += "/" + value;
   } else if (value.size() >= 3 && value[1] == '/') {
     path += value.substr(1);
+  } else if (value.size() >= 2 && value[1] != '/') {
+    logger->log(kWarning, msg::kPropertiesPathCut, value, path);
   }
   logger->log(kDebug, msg::kPropertiesNewPath, path);
   return addProperty(key, path);

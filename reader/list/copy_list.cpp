@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <forward_list>
+#include <limits>
 #include <new>
 
 #include "config/properties.h"
@@ -79,7 +80,8 @@ int CopyList::takeAllPairs() {
 }
 
 int CopyList::takePairs(FileLister& lister) {
-  PairProbes probes(lister, interactive_ ? PairProbes::When::kInTurn : PairProbes::When::kAhead);
+  PairProbes probes(lister, interactive_ ? PairProbes::When::kInTurn : PairProbes::When::kAhead,
+                    writes_ ? PairProbes::Ends::kBoth : PairProbes::Ends::kSource);
   for (;;) {
     if (globals_.stopExecution.isSet()) return 1;
     const int next = lister.getNextFile();
@@ -94,15 +96,18 @@ CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
   const std::string& destination = pair.destination;
   logger->log(kDebug, msg::kCopyListSourceFile, source);
   logger->log(kDebug, msg::kCopyListGotFile, source);
-  const bool destinationExists = pair.destinationId.exists(destination);
-  if (!destinationExists && mayHideAFile(pair.destinationError)) {
+  const bool destinationExists = writes_ && pair.destinationId.exists(destination);
+  if (writes_ && !destinationExists && mayHideAFile(pair.destinationError)) {
     logger->log(kUrgent, msg::kCopyListStatFailed, destination);
     return Verdict::kDrop;
   }
 
-  const Verdict clash = judgeClash(pair);
+  const Verdict clash = writes_ ? judgeClash(pair) : Verdict::kAccept;
   if (clash != Verdict::kAccept) return clash;
-  if (interactive_ && destinationExists) {
+  const bool asks = interactive_ && destinationExists;
+  if (asks) {
+    // First, or who answers no to everything would be told that there is no volume.
+    checkVendor(pair);
     const Verdict answer = askUser(destination);
     if (answer != Verdict::kAccept) return answer;
   }
@@ -112,25 +117,26 @@ CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
   }
   if (!S_ISREG(pair.sourceStatus.st_mode)) {
     logger->log(kDebug, msg::kCopyListNotRegular);
+    logger->log(kWarning, msg::kCopyListNotRegularName, source);
     return Verdict::kDrop;
   }
   logger->log(kDebug, msg::kCopyListFileSize, pair.sourceStatus.st_size);
-  if (!vendorOk_) checkVendor(source, destination);
+  if (!asks) checkVendor(pair);
 
   FileC& file = addRecord(pair);
-  index_.add(file, pair.sourceId, pair.destinationId);
+  if (writes_) index_.add(file, pair.sourceId, pair.destinationId);
   addExtent(file, pair.attributes);
   return Verdict::kAccept;
 }
 
-CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) const {
+CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) {
   if (!options_.compareWhenListing) return Verdict::kAccept;
   const std::string& source = pair.source;
   const std::string& destination = pair.destination;
   const PathIdentity& from = pair.sourceId;
   const PathIdentity& to = pair.destinationId;
-  if (writes_ && from.exists(source) && to.exists(destination) && from.device == to.device &&
-      from.inode == to.inode) {
+  if (from.exists(source) && to.exists(destination) && from.device == to.device && from.inode == to.inode) {
+    checkVendor(pair);
     logger->log(kUrgent, msg::kCopyListSameFile, source, destination);
     return Verdict::kDrop;
   }
@@ -171,14 +177,17 @@ CopyList::Verdict CopyList::askUser(const std::string& destination) {
   return Verdict::kDrop;
 }
 
-void CopyList::checkVendor(const std::string& source, const std::string& destination) {
-  vendorOk_ =
-      isSoftwareVendorVOQ(source) || isSoftwareVendorVOQ(destination.substr(0, destination.rfind('/')));
+void CopyList::checkVendor(const PairProbe& pair) {
+  if (vendorOk_ || !pair.sourceId.exists(pair.source) || !S_ISREG(pair.sourceStatus.st_mode)) return;
+  vendorOk_ = isSoftwareVendorVOQ(pair.source) ||
+              isSoftwareVendorVOQ(pair.destination.substr(0, pair.destination.rfind('/')));
 }
 
 FileC& CopyList::addRecord(const PairProbe& pair) {
   FileC& file = records_.files.emplace_back(pair.source, pair.destination, pair.sourceStatus);
-  globals_.totalBytes += file.fileSize;
+  if (__builtin_add_overflow(globals_.totalBytes, file.fileSize, &globals_.totalBytes)) {
+    globals_.totalBytes = std::numeric_limits<std::int64_t>::max();
+  }
   pair.attributes.collect(file);
   return file;
 }

@@ -43,9 +43,9 @@ class CopyList {
   int takePairs(FileLister& lister);
   // Judges one pair and adds it when it is accepted.
   Verdict takePair(const PairProbe& pair);
-  Verdict judgeClash(const PairProbe& pair) const;
+  Verdict judgeClash(const PairProbe& pair);
   Verdict askUser(const std::string& destination);
-  void checkVendor(const std::string& source, const std::string& destination);
+  void checkVendor(const PairProbe& pair);
   FileC& addRecord(const PairProbe& pair);
   void addExtent(FileC& file, const SourceAttributes& attributes);
   int finish();

@@ -44,7 +44,8 @@ class Walker {
   void walkDirectory(const std::string& directory) {
     const Dir dir(opendir(directory.c_str()));
     struct stat status {};
-    if (dir == nullptr || fstat(dirfd(dir.get()), &status) != 0) {
+    // By the name ".": that fails where the directory may be read, but nothing in it reached.
+    if (dir == nullptr || fstatat(dirfd(dir.get()), ".", &status, 0) != 0) {
       const int error = errno;
       if (rules_.reportUnopened) report(directory, error);
       return;

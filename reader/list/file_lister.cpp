@@ -50,6 +50,7 @@ int FileLister::listMatching(PathList& result, const std::string& directory, std
 bool FileLister::hasAcceptedLength(const std::string& path) {
   if (path.size() <= kMaxPathLength) return true;
   logger->log(kUrgent, msg::kSpecFileListerPathTooLong, static_cast<std::int32_t>(path.size() + 1));
+  logger->log(kUrgent, msg::kFileListerPathTooLong, static_cast<std::int32_t>(kMaxPathLength), path);
   return false;
 }
 

@@ -1,5 +1,7 @@
 #include "reader/list/pair_index.h"
 
+#include <algorithm>
+
 #include "reader/record/file_c.h"
 
 namespace tamrix {
@@ -26,17 +28,25 @@ PairIndex::Number PairIndex::findDestination(const End& wanted) const {
   });
 }
 
+PairIndex::Number PairIndex::findDestinationText(const std::string& path, std::size_t hash) const {
+  return byDestinationText_.find(
+      hash, [&](Number number) { return samePathText(entries_[number].file->dstPath, path); });
+}
+
 PairClash PairIndex::find(const std::string& srcPath, const PathIdentity& source, const std::string& dstPath,
                           const PathIdentity& destination) const {
   const End sourceEnd(source, srcPath);
   const End destinationEnd(destination, dstPath);
+  const std::size_t textHash = pathTextHash(dstPath);
+  byDestinationText_.prefetch(textHash);
   // One after the other, these accesses would take the time of a slow one each.
   for (const End* end : {&sourceEnd, &destinationEnd}) {
     bySource_.prefetch(end->hash);
     byDestination_.prefetch(end->hash);
   }
 
-  const Number sameDestination = findDestination(destinationEnd);
+  const Number sameDestination =
+      std::min(findDestination(destinationEnd), findDestinationText(dstPath, textHash));
   if (sameDestination != NumberTable::kNone) {
     const FileC& earlier = *entries_[sameDestination].file;
     if (samePathText(earlier.srcPath, srcPath)) return {PairClash::Kind::kDuplicate, &earlier};
@@ -63,6 +73,9 @@ void PairIndex::add(const FileC& file, const PathIdentity& source, const PathIde
   const End destinationEnd(destination, file.dstPath);
   if (findSource(sourceEnd) == NumberTable::kNone) bySource_.add(sourceEnd.hash, number);
   if (findDestination(destinationEnd) == NumberTable::kNone) byDestination_.add(destinationEnd.hash, number);
+  const std::size_t textHash = pathTextHash(file.dstPath);
+  if (findDestinationText(file.dstPath, textHash) == NumberTable::kNone)
+    byDestinationText_.add(textHash, number);
 }
 
 }  // namespace tamrix

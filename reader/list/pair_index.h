@@ -58,10 +58,13 @@ class PairIndex {
   // The first entry with this source, this destination; NumberTable::kNone when there is none.
   Number findSource(const End& wanted) const;
   Number findDestination(const End& wanted) const;
+  // The first entry whose destination reads like `path`, whatever is known of it.
+  Number findDestinationText(const std::string& path, std::size_t hash) const;
 
   std::deque<Entry> entries_;
   NumberTable bySource_;       // of entries with the same source, the first
   NumberTable byDestination_;  // likewise
+  NumberTable byDestinationText_;
 };
 
 }  // namespace tamrix

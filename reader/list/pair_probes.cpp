@@ -1,17 +1,17 @@
 #include "reader/list/pair_probes.h"
 
-#include <cerrno>
 #include <new>
 
 namespace tamrix {
 
 namespace {
 
-void probePair(PairProbe& pair, PathResolver& sources, PathResolver& destinations) {
-  pair.sourceId = sources.resolve(pair.source, pair.sourceStatus);
+void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destinations) {
+  int error = 0;
+  pair.sourceId = sources.resolve(pair.source, pair.sourceStatus, error);
   struct stat status {};
-  pair.destinationId = destinations.resolve(pair.destination, status);
-  pair.destinationError = errno;
+  if (destinations != nullptr)
+    pair.destinationId = destinations->resolveDestination(pair.destination, status, pair.destinationError);
   if (pair.sourceId.exists(pair.source) && S_ISREG(pair.sourceStatus.st_mode)) {
     pair.attributes.read(pair.source.c_str());
   }
@@ -19,8 +19,12 @@ void probePair(PairProbe& pair, PathResolver& sources, PathResolver& destination
 
 }  // namespace
 
-PairProbes::PairProbes(const FileLister& lister, When when)
-    : Thread("lister"), lister_(lister), when_(when), places_(std::make_unique<Place[]>(kPlaces)) {}
+PairProbes::PairProbes(const FileLister& lister, When when, Ends ends)
+    : Thread("lister"),
+      lister_(lister),
+      when_(when),
+      ends_(ends),
+      places_(std::make_unique<Place[]>(kPlaces)) {}
 
 PairProbes::~PairProbes() {
   filled_.store(kEnd, std::memory_order_release);
@@ -77,7 +81,7 @@ bool PairProbes::probeOne(Resolvers& resolvers) {
   Place& place = placeOf(number);
   State result = kReady;
   try {
-    probePair(place.probe, resolvers.source, resolvers.destination);
+    probePair(place.probe, resolvers.source, ends_ == Ends::kBoth ? &resolvers.destination : nullptr);
   } catch (const std::bad_alloc&) {
     result = kNoMemory;
   }

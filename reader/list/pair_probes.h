@@ -20,7 +20,7 @@ struct PairProbe {
   std::string source;
   std::string destination;
   PathIdentity sourceId;
-  PathIdentity destinationId;
+  PathIdentity destinationId;   // when both ends are examined, like the next but one
   struct stat sourceStatus {};  // when the source exists
   int destinationError = 0;     // stat's error number, when the destination does not exist
   SourceAttributes attributes;  // when the source is a regular file
@@ -39,7 +39,10 @@ class PairProbes : private Thread {
  public:
   enum class When { kAhead, kInTurn };
 
-  PairProbes(const FileLister& lister, When when);
+  // Which files of a pair are examined.
+  enum class Ends { kBoth, kSource };
+
+  PairProbes(const FileLister& lister, When when, Ends ends);
   ~PairProbes() override;
 
   // The probe of the lister's current pair; valid until the next call. Throws std::bad_alloc.
@@ -71,6 +74,7 @@ class PairProbes : private Thread {
 
   const FileLister& lister_;
   const When when_;
+  const Ends ends_;
   const std::unique_ptr<Place[]> places_;
   std::atomic<std::size_t> filled_ = 0;   // pairs before this one have, or had, a place; the caller's to set
   std::atomic<std::size_t> claimed_ = 0;  // pairs before this one are probed or being probed

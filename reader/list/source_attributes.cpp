@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "log/logger.h"
+#include "reader/list/path_identity.h"
 
 namespace tamrix {
 
@@ -48,17 +49,6 @@ template <class Action>
 void forEachName(const std::vector<char>& names, ssize_t size, Action action) {
   const char* const end = names.data() + size;
   for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) action(name);
-}
-
-// Cuts `path` at its last slash until what is left exists. Returns false when no slash is left to cut at.
-bool cutToExisting(std::string& path) {
-  struct stat status {};
-  while (stat(path.c_str(), &status) != 0) {
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return false;
-    path.resize(slash);
-  }
-  return true;
 }
 
 }  // namespace
@@ -150,8 +140,9 @@ bool SourceAttributes::tellPosition(TapePosition& position) const {
 }
 
 bool isSoftwareVendorVOQ(const std::string& path) {
-  std::string existing = path;
-  if (!cutToExisting(existing)) {
+  struct stat status {};
+  const std::string existing = path.substr(0, existingPart(path, status).length);
+  if (existing.empty()) {
     logger->log(kDebug, msg::kCopyListVendorPathMissing, path);
     return false;
   }

@@ -82,12 +82,16 @@ TEST(Listing, whatCannotBeExaminedIsToldAndTheRestCopied) {
   scene.addSource("a");
   scene.addSource("locked/b");
   std::filesystem::create_symlink("itself", scene.source("itself"));
+  for (const char* name : {"unsearched/c", "unsearched/d"}) scene.addSource(name);
   chmod(scene.source("locked").c_str(), 0);
+  chmod(scene.source("unsearched").c_str(), 0400);
   const ProgramRun run = scene.copy({"-recursive"});
-  chmod(scene.source("locked").c_str(), 0700);
+  for (const char* name : {"locked", "unsearched"}) chmod(scene.source(name).c_str(), 0700);
   EXPECT_EQ(run.status, 1) << run;
   EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source("itself"), strerror(ELOOP))), 1) << run;
-  EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source("locked"), strerror(EACCES))), 1) << run;
+  for (const char* name : {"locked", "unsearched"})
+    EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source(name), strerror(EACCES))), 1) << run;
+  EXPECT_EQ(run.linesAfter("FRM:getList - ERROR"), std::vector<std::string>{}) << run;
   EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
 }
 
@@ -117,10 +121,12 @@ TEST(SameFile, isNeitherOpenedNorCutAndTheOthersAreCopied) {
   std::filesystem::create_symlink(a, scene.destination("link"));
   std::filesystem::create_hard_link(a, scene.destination("hard"));
   std::filesystem::create_symlink(scene.source(""), scene.destination("dir"));
+  std::filesystem::create_symlink("missing/../link", scene.destination("dangling"));
   const std::string root = scene.dir().path();
   for (const std::string& own :
        {a, root + "//source/./a", root + "/target/../source/a", scene.destination("link"),
-        scene.destination("hard"), scene.destination("dir/a")}) {
+        scene.destination("hard"), scene.destination("dir/a"), scene.destination("new/../link"),
+        scene.destination("new/./er/../../../source/a"), scene.destination("dangling")}) {
     const ProgramRun run = scene.copyBatch({{a, own}, {b, scene.destination("b")}});
     EXPECT_EQ(run.status, 1) << own << run;
     EXPECT_EQ(run.count(text(msg::kCopyListSameFile, a, own)), 1) << run;
@@ -142,6 +148,13 @@ TEST(SameFile, asBothEndsOfDifferentPairsEndsTheRunBeforeAByteIsWritten) {
   const std::string linkX = scene.destination("link x");
   const std::string doubledY = scene.dir().path() + "//target/./y";
   const std::string yViaDir = scene.source("dir/y");
+  const std::string yViaMissing = scene.destination("missing/../y");
+  const std::string yViaLinks = scene.destination("dangling again");
+  const std::string deepY = scene.destination("missing/y");
+  const std::string deepYViaLink = scene.source("dangling dir/y");
+  std::filesystem::create_symlink("y", scene.destination("dangling"));
+  std::filesystem::create_symlink(scene.destination("dangling"), yViaLinks);
+  std::filesystem::create_symlink("../target/missing", scene.source("dangling dir"));
   std::filesystem::create_hard_link(a, hardA);
   std::filesystem::create_hard_link(b, hardB);
   std::filesystem::create_symlink(x, linkX);
@@ -156,6 +169,9 @@ TEST(SameFile, asBothEndsOfDifferentPairsEndsTheRunBeforeAByteIsWritten) {
       {{{a, x}, {b, linkX}}, text(msg::kCopyListConflictSameDestination, a, b, linkX)},
       {{{a, y}, {b, doubledY}}, text(msg::kCopyListConflictSameDestination, a, b, doubledY)},
       {{{a, y}, {b, yViaDir}}, text(msg::kCopyListConflictSameDestination, a, b, yViaDir)},
+      {{{a, y}, {b, yViaMissing}}, text(msg::kCopyListConflictSameDestination, a, b, yViaMissing)},
+      {{{a, yViaLinks}, {b, y}}, text(msg::kCopyListConflictSameDestination, a, b, y)},
+      {{{a, deepY}, {b, deepYViaLink}}, text(msg::kCopyListConflictSameDestination, a, b, deepYViaLink)},
       // A missing source that an earlier pair makes.
       {{{a, y}, {y, scene.destination("z")}},
        text(msg::kCopyListConflictChain, a, y, scene.destination("z"))},
