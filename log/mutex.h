@@ -52,6 +52,13 @@ class CondVar {
  public:
   enum class Wake { kSignalled, kTimedOut };
 
+  // Waits until woken (spurious wake-ups count). REQUIRES: as waitUntil.
+  void wait(Mutex& mutex) TAMRIX_REQUIRES(mutex) {
+    std::unique_lock<std::mutex> held(mutex.mutex_, std::adopt_lock);
+    condition_.wait(held);
+    held.release();
+  }
+
   // Waits until woken (spurious wake-ups count) or until `deadline`. REQUIRES: the caller holds `mutex`,
   // and does so again on return.
   Wake waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point deadline) TAMRIX_REQUIRES(mutex) {

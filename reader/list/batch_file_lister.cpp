@@ -89,24 +89,22 @@ int BatchFileLister::expand(const BatchPair& pair) {
   return 0;
 }
 
+std::size_t BatchFileLister::size() const { return pairs_.size(); }
+
+void BatchFileLister::pair(std::size_t number, std::string& source, std::string& destination) const {
+  source = pairs_[number].source;
+  destination = pairs_[number].destination;
+}
+
 int BatchFileLister::getNextFile() {
-  if (pairs_.empty()) {
+  if (taken_ == size()) {
     logger->log(kDebug, msg::kBatchFileListerEnd);
     return 1;
   }
-  srcFile_ = std::move(pairs_.front().source);
-  dstFile_ = std::move(pairs_.front().destination);
-  pairs_.pop_front();
+  pairs_.giveBackBefore(taken_);
+  pair(taken_++, srcFile_, dstFile_);
   logger->log(kDebug, msg::kBatchFileListerNextPair, srcFile_, dstFile_);
   return hasAcceptedLength(srcFile_) && hasAcceptedLength(dstFile_) ? 0 : -1;
-}
-
-bool BatchFileLister::peekBehindCurrent(std::size_t ahead, std::string& source,
-                                        std::string& destination) const {
-  if (ahead >= pairs_.size()) return false;
-  source = pairs_[ahead].source;
-  destination = pairs_[ahead].destination;
-  return true;
 }
 
 }  // namespace tamrix

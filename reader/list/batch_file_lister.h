@@ -1,12 +1,12 @@
 // Pairs from a batch file.
 #pragma once
 
-#include <deque>
 #include <string>
 #include <utility>
 
 #include "batch/batch_xml_reader.h"
 #include "reader/list/file_lister.h"
+#include "reader/list/numbered_queue.h"
 
 namespace tamrix {
 
@@ -23,9 +23,8 @@ class BatchFileLister : public FileLister {
   [[nodiscard]] int init() override;
   // -1: a path of more than 1024 characters.
   [[nodiscard]] int getNextFile() override;
-
- protected:
-  bool peekBehindCurrent(std::size_t ahead, std::string& source, std::string& destination) const override;
+  std::size_t size() const override;
+  void pair(std::size_t number, std::string& source, std::string& destination) const override;
 
  private:
   // Makes both paths of the pair absolute, from the working directory. Returns false, having logged why, when
@@ -35,7 +34,7 @@ class BatchFileLister : public FileLister {
   int expand(const BatchPair& pair);
 
   std::string currentDir_;
-  std::deque<BatchPair> pairs_;
+  NumberedQueue<BatchPair> pairs_;
 };
 
 }  // namespace tamrix

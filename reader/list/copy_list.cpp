@@ -80,14 +80,16 @@ int CopyList::takeAllPairs() {
 }
 
 int CopyList::takePairs(FileLister& lister) {
-  PairProbes probes(lister, interactive_ ? PairProbes::When::kInTurn : PairProbes::When::kAhead,
+  PairProbes probes(lister, globals_.stopExecution,
+                    interactive_ ? PairProbes::When::kInTurn : PairProbes::When::kAhead,
                     writes_ ? PairProbes::Ends::kBoth : PairProbes::Ends::kSource);
-  for (;;) {
+  for (std::size_t number = 0;; ++number) {
     if (globals_.stopExecution.isSet()) return 1;
     const int next = lister.getNextFile();
     if (next == 1) return 0;
     if (next != 0) return 1;
-    if (takePair(probes.next()) == Verdict::kEndRun) return 1;
+    const PairProbe* const pair = probes.at(number);
+    if (pair == nullptr || takePair(*pair) == Verdict::kEndRun) return 1;
   }
 }
 

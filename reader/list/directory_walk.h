@@ -11,7 +11,7 @@
 
 namespace tamrix {
 
-// Paths in the order in which directories returned them; given back from the front as they are used up.
+// Paths in the order in which directories returned them.
 using PathList = std::deque<std::string>;
 
 // What a walk is for.

@@ -25,17 +25,9 @@ int FileLister::init() { return 1; }
 
 int FileLister::getNextFile() { return 0; }
 
-bool FileLister::peek(std::size_t ahead, std::string& source, std::string& destination) const {
-  if (ahead != 0) return peekBehindCurrent(ahead - 1, source, destination);
-  source = srcFile_;
-  destination = dstFile_;
-  return true;
-}
+std::size_t FileLister::size() const { return 0; }
 
-bool FileLister::peekBehindCurrent(std::size_t /*ahead*/, std::string& /*source*/,
-                                   std::string& /*destination*/) const {
-  return false;
-}
+void FileLister::pair(std::size_t /*number*/, std::string& /*source*/, std::string& /*destination*/) const {}
 
 int FileLister::listMatching(PathList& result, const std::string& directory, std::string_view pattern,
                              bool recursive) {

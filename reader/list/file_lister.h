@@ -33,16 +33,20 @@ class FileLister {
   // As dirInfoRecursive, for the entries of `directory` alone.
   virtual void dirInfo(PathList& list, const std::string& directory, std::string_view pattern);
 
-  // Prepares the sequence. Returns 0, or the code with which the run ends, having logged why. The base
+  // Lists the whole sequence. Returns 0, or the code with which the run ends, having logged why. The base
   // returns 1.
   [[nodiscard]] virtual int init();
-  // Makes the next pair current. Returns 0 for a pair, 1 at the end, -1 for a bad entry that ends the run,
-  // having logged why. The base returns 0 and changes nothing.
-  [[nodiscard]] virtual int getNextFile();
 
-  // Copies the pair that is current after `ahead` more calls of getNextFile, as far as that can be told by
-  // now: returns false when it can't, or there is none. It may be one that getNextFile will refuse.
-  bool peek(std::size_t ahead, std::string& source, std::string& destination) const;
+  // How many pairs the sequence has, those given back included. The base has none.
+  virtual std::size_t size() const;
+  // Copies pair `number`, counted from 0, unjudged. REQUIRES: `number` is below size(), and not below that of
+  // the current pair.
+  virtual void pair(std::size_t number, std::string& source, std::string& destination) const;
+
+  // Takes the next pair: tells of it, judges its paths, makes it current and gives back the room of those
+  // before it. Returns 0 for a pair, 1 at the end, -1 for a bad entry that ends the run, having logged why.
+  // The base returns 0 and changes nothing.
+  [[nodiscard]] virtual int getNextFile();
 
   const std::string& srcFile() const { return srcFile_; }
   const std::string& dstFile() const { return dstFile_; }
@@ -51,14 +55,12 @@ class FileLister {
   // Appends to `result` the files in (when `recursive`, also below) `directory` that match. Returns 0.
   int listMatching(PathList& result, const std::string& directory, std::string_view pattern, bool recursive);
 
-  // As peek, without the current pair: 0 is the next one. The base tells none.
-  virtual bool peekBehindCurrent(std::size_t ahead, std::string& source, std::string& destination) const;
-
   // Whether `path` keeps the limit on lengths; logs it at kUrgent when not.
   static bool hasAcceptedLength(const std::string& path);
 
   std::string srcFile_;
   std::string dstFile_;
+  std::size_t taken_ = 0;  // the number of the pair that getNextFile takes next
   PipelineGlobals& globals_;
   const RunOptions& options_;
 };

@@ -1,5 +1,6 @@
 #include "reader/list/pair_probes.h"
 
+#include <algorithm>
 #include <new>
 
 namespace tamrix {
@@ -19,75 +20,108 @@ void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destination
 
 }  // namespace
 
-PairProbes::PairProbes(const FileLister& lister, When when, Ends ends)
+PairProbes::PairProbes(const FileLister& lister, const StopFlag& stop, When when, Ends ends)
     : Thread("lister"),
       lister_(lister),
-      when_(when),
+      stop_(stop),
+      ahead_(when == When::kAhead),
       ends_(ends),
-      places_(std::make_unique<Place[]>(kPlaces)) {}
+      pairsInBatch_(ahead_ ? kPairs : 1),
+      batches_(std::make_unique<std::array<Batch, kBatches>>()) {}
 
 PairProbes::~PairProbes() {
-  filled_.store(kEnd, std::memory_order_release);
-  filled_.notify_one();
+  {
+    const MutexLock lock(mutex_);
+    ended_ = true;
+  }
+  changed_.notifyAll();
   join();
 }
 
-const PairProbe& PairProbes::next() {
-  fill();
-  Place& place = placeOf(taken_++);
-  while (place.state.load(std::memory_order_acquire) == kPending) {
-    if (!probeOne(resolvers_)) place.state.wait(kPending, std::memory_order_acquire);
+const PairProbe* PairProbes::at(std::size_t number) {
+  const std::size_t batch = number / pairsInBatch_;
+  const std::size_t place = number % pairsInBatch_;
+  if (place == 0) {
+    if (!ahead_) resolvers_ = {};
+    offerFrom(batch);
+    // Without a thread the caller probes them all.
+    if (number == 0 && ahead_ && lister_.size() > kPairs) (void)start();
+    const Outcome outcome = awaitOutcome(batch);
+    if (outcome == Outcome::kNoMemory) throw std::bad_alloc();
+    if (outcome == Outcome::kStopped) return nullptr;
   }
-  if (place.state.load(std::memory_order_relaxed) == kNoMemory) throw std::bad_alloc();
-  return place.probe;
+  return &(*batches_)[batch % kBatches].pairs[place];
 }
 
-// Gives places to the pairs from the current one on, once enough are free.
-void PairProbes::fill() {
-  const std::size_t before = filled_.load(std::memory_order_relaxed);
-  if (before - taken_ > kPlaces - kFillAtOnce) return;
-  if (when_ == When::kInTurn) resolvers_ = {};
-  const std::size_t most = when_ == When::kInTurn ? 1 : kPlaces;
-  std::size_t filled = before;
-  for (; filled - taken_ < most; ++filled) {
-    Place& place = placeOf(filled);
-    if (!lister_.peek(filled - taken_, place.probe.source, place.probe.destination)) break;
-    place.state.store(kPending, std::memory_order_relaxed);
+void PairProbes::offerFrom(std::size_t first) {
+  const std::size_t end = first + (ahead_ ? kBatches : 1);
+  for (std::size_t number = nextToFill_; number < end; ++number) {
+    const std::size_t firstPair = number * pairsInBatch_;
+    if (firstPair >= lister_.size()) return;
+    Batch& batch = (*batches_)[number % kBatches];
+    batch.count = std::min(pairsInBatch_, lister_.size() - firstPair);
+    for (std::size_t i = 0; i < batch.count; ++i) {
+      lister_.pair(firstPair + i, batch.pairs[i].source, batch.pairs[i].destination);
+    }
+    nextToFill_ = number + 1;
+    {
+      const MutexLock lock(mutex_);
+      outcomes_[number % kBatches] = Outcome::kPending;
+      offered_ = nextToFill_;
+    }
+    changed_.notifyAll();
   }
-  if (filled == before) return;
-  filled_.store(filled, std::memory_order_release);
-  filled_.notify_one();
-  if (!triedToStart_ && filled - taken_ >= kWorthAThread) {
-    triedToStart_ = true;
-    (void)start();  // without a thread the caller probes them all
+}
+
+PairProbes::Outcome PairProbes::awaitOutcome(std::size_t batch) {
+  for (;;) {
+    {
+      const MutexLock lock(mutex_);
+      // The helper has what is wanted and nothing else is to be done.
+      while (claimed_ == offered_ && outcomes_[batch % kBatches] == Outcome::kPending) changed_.wait(mutex_);
+      if (outcomes_[batch % kBatches] != Outcome::kPending) return outcomes_[batch % kBatches];
+    }
+    probeNext(resolvers_);
   }
 }
 
 void PairProbes::run() {
   Resolvers resolvers;
   for (;;) {
-    const std::size_t filled = filled_.load(std::memory_order_acquire);
-    if (filled == kEnd) return;
-    if (!probeOne(resolvers)) filled_.wait(filled, std::memory_order_acquire);
+    {
+      const MutexLock lock(mutex_);
+      while (claimed_ == offered_ && !ended_) changed_.wait(mutex_);
+      if (ended_) return;
+    }
+    probeNext(resolvers);
   }
 }
 
-bool PairProbes::probeOne(Resolvers& resolvers) {
-  const std::size_t filled = filled_.load(std::memory_order_acquire);
-  std::size_t number = claimed_.load(std::memory_order_relaxed);
-  do {
-    if (number >= filled || filled == kEnd) return false;
-  } while (!claimed_.compare_exchange_weak(number, number + 1, std::memory_order_relaxed));
-  Place& place = placeOf(number);
-  State result = kReady;
-  try {
-    probePair(place.probe, resolvers.source, ends_ == Ends::kBoth ? &resolvers.destination : nullptr);
-  } catch (const std::bad_alloc&) {
-    result = kNoMemory;
+void PairProbes::probeNext(Resolvers& resolvers) {
+  std::size_t place = 0;
+  {
+    const MutexLock lock(mutex_);
+    if (claimed_ == offered_) return;
+    place = claimed_++ % kBatches;
   }
-  place.state.store(result);  // not to be passed by the look for a waiter
-  place.state.notify_one();
-  return true;
+  const Outcome outcome = probe((*batches_)[place], resolvers);
+  {
+    const MutexLock lock(mutex_);
+    outcomes_[place] = outcome;
+  }
+  changed_.notifyAll();
+}
+
+PairProbes::Outcome PairProbes::probe(Batch& batch, Resolvers& resolvers) const {
+  try {
+    for (std::size_t i = 0; i < batch.count; ++i) {
+      if (stop_.isSet()) return Outcome::kStopped;
+      probePair(batch.pairs[i], resolvers.source, ends_ == Ends::kBoth ? &resolvers.destination : nullptr);
+    }
+  } catch (const std::bad_alloc&) {
+    return Outcome::kNoMemory;
+  }
+  return Outcome::kProbed;
 }
 
 }  // namespace tamrix

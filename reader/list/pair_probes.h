@@ -3,11 +3,12 @@
 
 #include <sys/stat.h>
 
-#include <atomic>
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <string>
 
+#include "log/mutex.h"
 #include "pipeline/stage/thread.h"
 #include "reader/list/file_lister.h"
 #include "reader/list/path_identity.h"
@@ -27,14 +28,13 @@ struct PairProbe {
 };
 
 // Purpose: most of a listing's time is the system's, in calls that have nothing to do with each other. A few
-// hundred pairs are probed ahead of the one that is taken, by a helper thread, and by the caller instead of
-// waiting. Nothing is logged; the listing is as it would be without. Where a person may take time between
+// batches of pairs are probed ahead of the pair that is taken, by a helper thread, and by the caller instead
+// of waiting. Nothing is logged; the listing is as it would be without. Where a person may take time between
 // pairs, and change what the next ones mean, each is probed when its turn comes.
-// How: pairs are numbered, and each has a place in a ring from when it is filled in to when it is taken.
-// Whoever counts claimed_ up past a number probes that pair. Only the caller fills places and takes from
-// them.
-//
-// Threads: next on the thread that lists. Lifetime: one lister's sequence; the lister outlives it.
+// Threads: at on the thread that lists, the caller; run on the helper. A batch belongs to the caller until it
+// is offered, to the thread that claims it until its outcome is set, and then to the caller again; the mutex
+// guards these three changes of hands.
+// Lifetime: one lister's sequence; the lister and the stop flag outlive it.
 class PairProbes : private Thread {
  public:
   enum class When { kAhead, kInTurn };
@@ -42,18 +42,20 @@ class PairProbes : private Thread {
   // Which files of a pair are examined.
   enum class Ends { kBoth, kSource };
 
-  PairProbes(const FileLister& lister, When when, Ends ends);
+  // REQUIRES: the lister's sequence is complete.
+  PairProbes(const FileLister& lister, const StopFlag& stop, When when, Ends ends);
   ~PairProbes() override;
 
-  // The probe of the lister's current pair; valid until the next call. Throws std::bad_alloc.
-  // REQUIRES: one call for each pair that the lister makes current, in turn.
-  const PairProbe& next();
+  // The probe of pair `number`, valid until the next call; null when the stop flag was set meanwhile. Throws
+  // std::bad_alloc. REQUIRES: called for 0, 1, 2 and so on, each the lister's current pair.
+  const PairProbe* at(std::size_t number);
 
  private:
-  enum State : int { kPending, kReady, kNoMemory };
-  struct Place {
-    PairProbe probe;
-    std::atomic<int> state = kPending;
+  enum class Outcome { kPending, kProbed, kStopped, kNoMemory };
+  static constexpr std::size_t kPairs = 64;  // in a batch
+  struct Batch {
+    std::array<PairProbe, kPairs> pairs;
+    std::size_t count = 0;
   };
   // What a thread that probes keeps between pairs.
   struct Resolvers {
@@ -61,26 +63,31 @@ class PairProbes : private Thread {
     PathResolver destination;
   };
 
-  static constexpr std::size_t kPlaces = 256;
-  static constexpr std::size_t kFillAtOnce = 32;        // places, so that the helper is not woken for each
-  static constexpr std::size_t kWorthAThread = 64;      // pairs
-  static constexpr std::size_t kEnd = ~std::size_t{0};  // in filled_: no more pairs come
+  static constexpr std::size_t kBatches = 4;  // batch n has the place of batch n - kBatches
 
   void run() override;
-  void fill();
-  // Claims the next pair that has a place, and probes it. Returns false when there is none.
-  bool probeOne(Resolvers& resolvers);
-  Place& placeOf(std::size_t number) { return places_[number % kPlaces]; }
+  // Fills the free places from batch `first` on.
+  void offerFrom(std::size_t first);
+  Outcome awaitOutcome(std::size_t batch);
+  // Claims the next batch that is offered, probes it and sets its outcome; does nothing when there is none.
+  void probeNext(Resolvers& resolvers) TAMRIX_EXCLUDES(mutex_);
+  Outcome probe(Batch& batch, Resolvers& resolvers) const;
 
   const FileLister& lister_;
-  const When when_;
+  const StopFlag& stop_;
+  const bool ahead_;
   const Ends ends_;
-  const std::unique_ptr<Place[]> places_;
-  std::atomic<std::size_t> filled_ = 0;   // pairs before this one have, or had, a place; the caller's to set
-  std::atomic<std::size_t> claimed_ = 0;  // pairs before this one are probed or being probed
-  std::size_t taken_ = 0;                 // the caller's, like the rest
-  bool triedToStart_ = false;
+  const std::size_t pairsInBatch_;
+  const std::unique_ptr<std::array<Batch, kBatches>> batches_;
+  std::size_t nextToFill_ = 0;  // the caller's, like the next
   Resolvers resolvers_;
+
+  Mutex mutex_;
+  CondVar changed_;                                    // one of the following
+  std::size_t offered_ TAMRIX_GUARDED_BY(mutex_) = 0;  // batches before this one are, or were, offered
+  std::size_t claimed_ TAMRIX_GUARDED_BY(mutex_) = 0;  // batches before this one are, or were, claimed
+  std::array<Outcome, kBatches> outcomes_ TAMRIX_GUARDED_BY(mutex_){};
+  bool ended_ TAMRIX_GUARDED_BY(mutex_) = false;  // the helper is to end
 };
 
 }  // namespace tamrix

@@ -16,13 +16,23 @@ SpecFileLister::SpecFileLister(PipelineGlobals& globals, const RunOptions& optio
 SpecFileLister::~SpecFileLister() { logger->log(kDebug, msg::kSpecFileListerDestructor); }
 
 int SpecFileLister::init() {
-  return listMatching(matched_, options_.srcpath, options_.srcspec, options_.recursive);
+  PathList found;
+  const int result = listMatching(found, options_.srcpath, options_.srcspec, options_.recursive);
+  matched_ = NumberedQueue<std::string>(std::move(found));
+  return result;
+}
+
+std::size_t SpecFileLister::size() const { return matched_.size(); }
+
+void SpecFileLister::pair(std::size_t number, std::string& source, std::string& destination) const {
+  source = matched_[number];
+  setDestination(source, destination);
 }
 
 int SpecFileLister::getNextFile() {
-  if (matched_.empty()) return 1;
-  const std::string path = std::move(matched_.front());
-  matched_.pop_front();
+  if (taken_ == size()) return 1;
+  matched_.giveBackBefore(taken_);
+  const std::string& path = matched_[taken_++];
   if (!path.starts_with('/')) {
     logger->log(kUrgent, msg::kSpecFileListerRelativePath, path);
     return -1;
@@ -35,14 +45,6 @@ int SpecFileLister::getNextFile() {
   if (!hasAcceptedLength(dstFile_)) return -1;
   logger->log(kDebug, msg::kSpecFileListerDestination, dstFile_);
   return 0;
-}
-
-bool SpecFileLister::peekBehindCurrent(std::size_t ahead, std::string& source,
-                                       std::string& destination) const {
-  if (ahead >= matched_.size()) return false;
-  source = matched_[ahead];
-  setDestination(source, destination);
-  return true;
 }
 
 void SpecFileLister::setDestination(const std::string& source, std::string& destination) const {

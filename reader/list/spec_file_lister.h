@@ -4,6 +4,7 @@
 #include <string>
 
 #include "reader/list/file_lister.h"
+#include "reader/list/numbered_queue.h"
 
 namespace tamrix {
 
@@ -18,15 +19,14 @@ class SpecFileLister : public FileLister {
   [[nodiscard]] int init() override;
   // -1: a source that is not absolute, or a path of more than 1024 characters.
   [[nodiscard]] int getNextFile() override;
-
- protected:
-  bool peekBehindCurrent(std::size_t ahead, std::string& source, std::string& destination) const override;
+  std::size_t size() const override;
+  void pair(std::size_t number, std::string& source, std::string& destination) const override;
 
  private:
   // The path of `source` below the source directory, below the destination directory.
   void setDestination(const std::string& source, std::string& destination) const;
 
-  PathList matched_;
+  NumberedQueue<std::string> matched_;  // sources; a destination follows from its source
 };
 
 }  // namespace tamrix
