@@ -68,7 +68,8 @@ const BatchXmlReader::Element* BatchXmlReader::paramElement(const char* name) {
   return nullptr;
 }
 
-BatchXmlReader::BatchXmlReader(std::string fileName) : fileName_(std::move(fileName)) {
+BatchXmlReader::BatchXmlReader(std::string fileName, std::function<bool()> isStopped)
+    : fileName_(std::move(fileName)), isStopped_(std::move(isStopped)) {
   logger->log(kDebug, msg::kBatchConstructor);
   XmlDocument::setUpLibrary();
 }
@@ -84,6 +85,7 @@ int BatchXmlReader::getFileListInBatch(std::vector<BatchPair>& pairs) {
       runPass(pairs, &BatchXmlReader::processNode, msg::kBatchOpenFailed, msg::kBatchParseFailed);
   if (result != 0) return result;
   for (std::size_t i = before; i < pairs.size(); ++i) {
+    if (isStopped()) return kStopped;
     logger->log(kDebug, msg::kBatchPair, pairs[i].source, pairs[i].destination);
   }
   return 0;
@@ -107,6 +109,7 @@ int BatchXmlReader::runPass(std::vector<Item>& items,
   }
   int result = document.read();
   for (; result == 1; result = document.read()) {
+    if (isStopped()) return kStopped;
     if (!(this->*step)(document, items)) return -1;
   }
   if (result != 0) {

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,16 +31,20 @@ class XmlDocument;
 // file element.
 class BatchXmlReader {
  public:
-  // `fileName` is a plain path of any length; nothing is opened yet.
-  explicit BatchXmlReader(std::string fileName);
+  // What a pass that was stopped returns.
+  static constexpr int kStopped = 1;
+
+  // `fileName` is a plain path of any length; nothing is opened yet. `isStopped`, if there is one, is asked
+  // at each node whether to stop there.
+  explicit BatchXmlReader(std::string fileName, std::function<bool()> isStopped = {});
   // Returns the XML library's memory.
   ~BatchXmlReader();
   BatchXmlReader(const BatchXmlReader&) = delete;
   BatchXmlReader& operator=(const BatchXmlReader&) = delete;
 
   // The data pass: appends the pairs in document order, sources with their wildcards unexpanded. Returns 0,
-  // or -1 when the file can't be opened, is malformed or breaks a rule: the reason is logged at kUrgent,
-  // and pairs of the file elements before it stay appended.
+  // -1 when the file can't be opened, is malformed or breaks a rule: the reason is logged at kUrgent, or
+  // kStopped, unlogged. Pairs of the file elements before it stay appended.
   [[nodiscard]] int getFileListInBatch(std::vector<BatchPair>& pairs);
 
   // The parameter pass: appends the options in document order. Returns and logs as the data pass.
@@ -83,7 +88,10 @@ class BatchXmlReader {
   [[nodiscard]] bool takeSf(const char* text);
   [[nodiscard]] bool endFile(std::vector<BatchPair>& pairs) const;
 
+  bool isStopped() const { return isStopped_ && isStopped_(); }
+
   const std::string fileName_;
+  const std::function<bool()> isStopped_;
   std::string version_;
   ElementStack open_;
   // The current file element; an empty string is one not given yet.

@@ -1,6 +1,7 @@
 // The command line: -name=value and -name arguments, -help, -version.
 #include <string_view>
 
+#include "config/ascii_case.h"
 #include "config/properties.h"
 #include "config/version.h"
 #include "log/logger.h"
@@ -9,13 +10,11 @@ namespace tamrix {
 
 namespace {
 
-char lower(char c) { return 'A' <= c && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 // Whether argument and option word agree, case aside, in all characters of the shorter one.
 // Kept: -h, -helpme and a lone dash all print the usage text, -v and -versions the version.
 bool matchesOption(std::string_view argument, std::string_view option) {
   for (std::size_t i = 0; i < argument.size() && i < option.size(); ++i) {
-    if (lower(argument[i]) != lower(option[i])) return false;
+    if (toLower(argument[i]) != toLower(option[i])) return false;
   }
   return true;
 }

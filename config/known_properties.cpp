@@ -2,11 +2,12 @@
 
 #include <array>
 
+#include "log/logger.h"
+
 namespace tamrix {
 
 namespace {
 
-constexpr std::array<std::string_view, 5> kLevels = {"DEBUG", "PROGRESS", "INFO", "WARNING", "URGENT"};
 constexpr std::array<std::string_view, 2> kOnOff = {"enable", "disable"};
 
 constexpr std::array kProgramProperties = {
@@ -16,7 +17,7 @@ constexpr std::array kProgramProperties = {
     KnownProperty{"total-buffer-size", "400MB"},
     KnownProperty{"buffer-size", "128KB"},
     KnownProperty{"batchfile", ""},
-    KnownProperty{"loglevel", "INFO", false, kLevels},
+    KnownProperty{"loglevel", "INFO", false, kLevelNames},
     KnownProperty{"recursive", "disable", true, kOnOff},
     KnownProperty{"sparse", "disable", true, kOnOff},
     KnownProperty{"interactive", "disable", true, kOnOff},
@@ -41,7 +42,7 @@ constexpr std::array kAuditProperties = {
     KnownProperty{"map", "auto", true, kMaps},
     KnownProperty{"total-buffer-size", "400MB"},
     KnownProperty{"buffer-size", "128KB"},
-    KnownProperty{"loglevel", "INFO", false, kLevels},
+    KnownProperty{"loglevel", "INFO", false, kLevelNames},
     KnownProperty{"timer", "disable", true, kOnOff},
     KnownProperty{"ignore-vendor-check", "disable", true, kOnOff},
     KnownProperty{"checksumea", "", false, {}, true},

@@ -1,4 +1,5 @@
 // The parameters of a batch file.
+#include <utility>
 #include <vector>
 
 #include "batch/batch_xml_reader.h"
@@ -7,7 +8,7 @@
 
 namespace tamrix {
 
-int Properties::parseFile(const char* fileName, bool isConfig) {
+int Properties::parseFile(const char* fileName, bool isConfig, std::function<bool()> isStopped) {
   logger->log(kDebug, msg::kPropertiesParseFile, fileName);
   if (*fileName == '\0') {
     logger->log(kDebug, msg::kPropertiesParseFileNone);
@@ -16,8 +17,10 @@ int Properties::parseFile(const char* fileName, bool isConfig) {
   if (isConfig) logger->log(kDebug, msg::kPropertiesParseFileIsConfig);
 
   std::vector<BatchParam> params;
-  BatchXmlReader reader(fileName);
-  if (reader.getFileListInBatch(params) != 0) {
+  BatchXmlReader reader(fileName, std::move(isStopped));
+  const int result = reader.getFileListInBatch(params);
+  if (result == BatchXmlReader::kStopped) return 1;
+  if (result != 0) {
     logger->log(kUrgent, msg::kPropertiesParseFileFailed, fileName);
     return 1;
   }

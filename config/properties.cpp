@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "config/ascii_case.h"
 #include "log/logger.h"
 
 namespace tamrix {
@@ -18,8 +19,7 @@ constexpr std::size_t kMaxNameLength = 99;
 constexpr std::string_view kHiddenFromListing = "findoptions rateinterval copydirection checksumea";
 
 std::string lowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return 'A' <= c && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  std::transform(text.begin(), text.end(), text.begin(), toLower);
   return text;
 }
 

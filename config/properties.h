@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
@@ -74,8 +75,9 @@ class Properties {
 
   // Stores the parameters of the batch file `fileName`; an empty name is no batch file and returns 0.
   // Returns 1, having logged why, when the file can't be read or a parameter is refused; parameters before
-  // the refused one stay stored. `isConfig` is only traced.
-  [[nodiscard]] int parseFile(const char* fileName, bool isConfig);
+  // the refused one stay stored. Returns 1, unlogged, when `isStopped`, asked at each element, says so.
+  // `isConfig` is only traced.
+  [[nodiscard]] int parseFile(const char* fileName, bool isConfig, std::function<bool()> isStopped = {});
 
   // Makes the path stored under `key` ("srcpath", "dstpath") absolute; see paths.cpp for the rules.
   // Returns 1, having logged why, when the directory that it is relative to is not known.

@@ -15,8 +15,6 @@ Logger* logger = nullptr;
 
 namespace {
 
-constexpr std::array<std::string_view, 5> kLevelNames = {"DEBUG", "PROGRESS", "INFO", "WARNING", "URGENT"};
-
 // A line being put together: in the stack buffer while it fits, on the heap otherwise.
 class LineBuffer {
  public:

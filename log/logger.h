@@ -12,6 +12,7 @@
 // recorded code, or 0 when there is none.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -27,6 +28,9 @@ namespace tamrix {
 
 // The numbers are the ones that callers and the property "loglevel" know.
 enum Level : int { kDebug = 1, kProgress = 2, kInfo = 3, kWarning = 4, kUrgent = 5 };
+// Their names, in that order.
+inline constexpr std::array<std::string_view, 5> kLevelNames = {"DEBUG", "PROGRESS", "INFO", "WARNING",
+                                                                "URGENT"};
 
 // Lifetime: from the start of the program to its end; `logger` points at it in between.
 // Threads: log, output, prompt and recordReturnCode from any thread, lines never interleave; everything else

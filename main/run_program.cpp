@@ -45,8 +45,9 @@ int setupLogger(const Properties& store, Logger& log) {
 }
 
 // Settles all options: defaults, command line, batch file, and the command line again, so that it wins.
-// Returns 0, or 1 after telling why the run ends here.
-int configure(Properties& store, Logger& log, int argc, const char* const* argv) {
+// Returns 0, or 1 after telling why the run ends here, or when it is interrupted.
+int configure(Properties& store, Logger& log, const PipelineGlobals& globals, int argc,
+              const char* const* argv) {
   if (!store.setDefaults()) {
     log.log(kUrgent, msg::kMainDefaultsNotSet);
     return kFailed;
@@ -56,7 +57,8 @@ int configure(Properties& store, Logger& log, int argc, const char* const* argv)
   setupLogger(store, log);
   std::string batchFile;
   if (store.getProperty("batchfile", batchFile) != 0) return kFailed;
-  if (store.parseFile(batchFile.c_str(), false) != 0) return kFailed;
+  if (store.parseFile(batchFile.c_str(), false, [&globals] { return globals.stopExecution.isSet(); }) != 0)
+    return kFailed;
   setupLogger(store, log);
   if (store.parseArgs(argc, argv) != 0) return kFailed;
   setupLogger(store, log);
@@ -73,9 +75,9 @@ int runWith(const Program& program, Properties& store, Logger& log, PipelineGlob
             const char* const* argv) {
   log.output(msg::kMainStart, kVersion, kRevision);
   const Interrupts interrupts(globals);
-  if (configure(store, log, argc, argv) != 0) return kFailed;
-
-  program.run(globals);
+  const bool configured = configure(store, log, globals, argc, argv) == 0;
+  if (!configured && Interrupts::received() == 0) return kFailed;
+  if (configured) program.run(globals);
 
   if (const int number = Interrupts::received(); number != 0) {
     log.recordReturnCodeFirst(kSignalStatusBase + number);

@@ -27,9 +27,9 @@ int BatchFileLister::init() {
   logger->log(kDebug, msg::kBatchFileListerInit, fileName);
 
   std::vector<BatchPair> read;
-  BatchXmlReader reader(fileName);
-  if (reader.getFileListInBatch(read) != 0) {
-    logger->log(kUrgent, msg::kBatchFileListerFailed);
+  BatchXmlReader reader(fileName, [this] { return globals_.stopExecution.isSet(); });
+  if (const int result = reader.getFileListInBatch(read); result != 0) {
+    if (result != BatchXmlReader::kStopped) logger->log(kUrgent, msg::kBatchFileListerFailed);
     return 1;
   }
   if (reader.version() != kBatchVersion) {
@@ -81,7 +81,7 @@ int BatchFileLister::expand(const BatchPair& pair) {
   const std::string destination = pair.destination.substr(0, pair.destination.rfind('/'));
   PathList matches;
   listMatching(matches, directory, std::string_view(pair.source).substr(slash + 1), options_.recursive);
-  for (; !matches.empty(); matches.pop_front()) {
+  for (; !matches.empty() && !globals_.stopExecution.isSet(); matches.pop_front()) {
     std::string& match = matches.front();
     std::string target = destination + match.substr(slash);
     pairs_.push_back({std::move(match), std::move(target), SourceKind::kName});

@@ -19,7 +19,7 @@ class BatchFileLister : public FileLister {
   ~BatchFileLister() override;
 
   // Reads the file and expands its pairs. Returns 0, also for no pairs; 1, having logged why, when the file
-  // is refused or is not of version 1.0.
+  // is refused or is not of version 1.0; 1 when the stop flag is set meanwhile.
   [[nodiscard]] int init() override;
   // -1: a path of more than 1024 characters.
   [[nodiscard]] int getNextFile() override;

@@ -232,7 +232,9 @@ int CopyList::finish() {
     return 1;
   }
   logger->log(kDebug, msg::kCopyListFilesFound, static_cast<std::int32_t>(sorted_.size()));
+  if (globals_.stopExecution.isSet()) return 1;
   sortInTapeOrder(sorted_);
+  if (globals_.stopExecution.isSet()) return 1;
   if (logger->level() <= kDebug) {
     for (const Extent* e : sorted_) {
       logger->log(kDebug, msg::kCopyListExtent, static_cast<char>(e->partition), e->startBlock, e->byteCount,

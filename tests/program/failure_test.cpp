@@ -129,6 +129,33 @@ TEST(Interrupt, whereverTheRunIsItEndsWithWholeFilesOrNone) {
   }
 }
 
+TEST(Interrupt, aLongBatchFileIsLeftInEachOfItsPasses) {
+  const CopyScene scene;
+  constexpr int kLast = 20000;
+  std::string xml = "<tamrixspec version='1.0'><data><file><srcpath>/s</srcpath><dstpath>/d</dstpath>";
+  for (int i = 0; i <= kLast; ++i) xml += "<sf>" + std::to_string(i) + "</sf>";
+  const std::string batch = scene.dir().file("batch.xml", xml + "</file></data></tamrixspec>");
+  const auto pair = [](auto id, int i) {
+    return text(id, "/s/" + std::to_string(i), "/d/" + std::to_string(i));
+  };
+  const std::pair<std::string, std::string> rows[] = {
+      {text(msg::kBatchParamText, "0"), text(msg::kBatchParamText, std::to_string(kLast))},
+      {text(msg::kBatchTextSf, "0"), text(msg::kBatchTextSf, std::to_string(kLast))},
+      {pair(msg::kBatchPair, 0), pair(msg::kBatchPair, kLast)},
+      {pair(msg::kBatchFileListerPair, 0), pair(msg::kBatchFileListerPair, kLast)},
+      {pair(msg::kBatchFileListerNextPair, 0), pair(msg::kBatchFileListerNextPair, kLast)}};
+  for (const auto& [first, last] : rows) {
+    RunningProgram program({"-batchfile=" + batch, "-loglevel=DEBUG"});
+    EXPECT_TRUE(program.waitForText(first + "\n")) << first;
+    program.signal(SIGINT);
+    const ProgramRun& run = program.wait();
+    EXPECT_EQ(run.status, 128 + SIGINT) << first;
+    EXPECT_EQ(run.count(last), 0) << first;
+    EXPECT_EQ(run.count(text(msg::kMainInterrupted, SIGINT)), 1) << first;
+    EXPECT_EQ(run.count(text(msg::kBatchFileListerFailed)), 0) << first;
+  }
+}
+
 TEST(Interrupt, theSecondSignalEndsTheProcessAtOnce) {
 #if defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer puts signals off to a time of its own";
