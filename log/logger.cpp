@@ -1,5 +1,6 @@
 #include "log/logger.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
@@ -67,11 +68,22 @@ class LineBuffer {
   std::string heap_;
 };
 
-// Writes all of `line` as far as the descriptor takes it; what can't be written is dropped on purpose.
+// Waits until `fd` takes more, is found to be closed on the other side, or a signal comes.
+void waitForRoom(int fd) {
+  struct pollfd waited {
+    fd, POLLOUT, 0
+  };
+  (void)::poll(&waited, 1, -1);
+}
+
+// Writes all of `line`. A full non-blocking pipe is waited for as a blocking one would be; what can't be
+// written at all is dropped on purpose.
 void writeWhole(int fd, std::string_view line) {
   while (!line.empty()) {
     const ssize_t written = ::write(fd, line.data(), line.size());
-    if (written < 0 && errno == EINTR) continue;
+    const int error = errno;
+    if (written < 0 && error == EAGAIN) waitForRoom(fd);
+    if (written < 0 && (error == EINTR || error == EAGAIN)) continue;
     if (written <= 0) return;
     line.remove_prefix(static_cast<std::size_t>(written));
   }

@@ -5,8 +5,8 @@
 //   plain line  written whatever the level, because the user asked for it; standard output
 //
 // A line is the formatted catalogue text and a line end. With the timer on, log lines are preceded by the
-// seconds since the logger was made ("%12.6f "). A line that can't be written (closed stream, full device)
-// stops nothing.
+// seconds since the logger was made ("%12.6f "). A pipe that is full is waited for; a line that can't be
+// written (closed stream, full device) stops nothing.
 //
 // Exit status: a message at kUrgent records return code 1; the entry ends the program with the first
 // recorded code, or 0 when there is none.

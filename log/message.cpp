@@ -43,8 +43,13 @@ int Message::LoadMessage(const char* package) {
   UErrorCode status = U_ZERO_ERROR;
   udata_setAppData(package, tamrix_dat, &status);
   if (U_FAILURE(status)) return 1;
-  const Bundle root(ures_open(package, nullptr, &status));
-  if (U_FAILURE(status)) return 1;
+  Bundle root(ures_open(package, nullptr, &status));
+  if (U_FAILURE(status)) {
+    // ICU makes nothing of the locale that the environment names.
+    status = U_ZERO_ERROR;
+    root.reset(ures_open(package, "root", &status));
+    if (U_FAILURE(status)) return 1;
+  }
   const Bundle table(ures_getByKey(root.get(), "messages", nullptr, &status));
   if (U_FAILURE(status)) return 1;
 

@@ -84,6 +84,10 @@ int runWith(const Program& program, Properties& store, Logger& log, PipelineGlob
     log.log(kUrgent, msg::kMainInterrupted, number);
   }
   const int status = log.returnCode();
+  if (status != 0 && globals.filesToCopy != PipelineGlobals::kNotListed) {
+    log.log(kUrgent, msg::kMainFilesNotCopied, globals.filesCopied,
+            globals.filesToCopy - globals.filesCopied);
+  }
   log.log(kInfo, msg::kMainEnded, status);
   if (log.level() > kInfo) log.output(msg::kMainEnded, status);
   return status;

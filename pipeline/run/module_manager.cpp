@@ -62,6 +62,9 @@ int ModuleManager::run() {
     (void)Audit(options_).report(*list_);
     return 0;
   }
+  if (options_.audit == AuditMode::kNone) {
+    globals_->filesToCopy = static_cast<std::int64_t>(list_->extents().size());  // each file has one
+  }
   if (noteFiles() != 0) return 1;
   addModule(std::make_unique<FileReaderModule>(*globals_, options_, *list_, files_ ? &*files_ : nullptr));
   if (addChecksumStage() != 0) return 1;

@@ -8,7 +8,7 @@
 
 namespace tamrix {
 
-// Made by the entry, zeroed; shared by reference for the length of a run.
+// Made by the entry; shared by reference for the length of a run.
 struct PipelineGlobals {
   StopFlag stopExecution;
   RunEvent event;  // posted by a stop and by the end of each stage; the module manager waits for it
@@ -19,6 +19,10 @@ struct PipelineGlobals {
   std::uint8_t hasWriter = 0;
 
   std::int64_t totalBytes = 0;  // to transfer; summed up by the copy list before threads run
+
+  static constexpr std::int64_t kNotListed = -1;
+  std::int64_t filesToCopy = kNotListed;  // set by the module manager when the listing is finished
+  std::int64_t filesCopied = 0;           // counted by the writer stage; read after it was joined
 
   // Tells every stage and the ring to end. Each failing path and the signal handler call it; calling it again
   // changes nothing. Stages see it when they next ask for a buffer; those that wait, in the ring or in a

@@ -87,6 +87,7 @@ void WriterModule::run() {
         kMessages, [this](BufferSlot& slot) { return emptyBuffer(slot); },
         [&](const BufferSlot& slot) { filesCopied += slot.endOfFile != 0 ? 1 : 0; });
   });
+  globals_.filesCopied = filesCopied;
   finish();
   if (exitCode_ == 0) {
     logger->log(kInfo, msg::kWriterModuleFilesCopied, filesCopied);

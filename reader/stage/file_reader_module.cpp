@@ -157,6 +157,7 @@ int FileReaderModule::readPiece(BufferSlot& slot, FileC& file, Extent& extent) {
       logger->log(kUrgent, msg::kFileReaderEndedEarly, file.srcPath, file.bytesRead, file.fileSize);
     } else if (reading.error != EINTR) {
       logger->log(kUrgent, msg::kFileReaderReadFailed, std::strerror(reading.error));
+      logger->log(kUrgent, msg::kFileReaderReadFailedFile, file.srcPath);
     }
     close(file.fd);
     file.isOpen = false;
@@ -236,6 +237,7 @@ int FileReaderModule::closeFile(FileC& file) {
   if (close(file.fd) == 0) return 0;
   const int error = errno;
   logger->log(kUrgent, msg::kFileReaderCloseFailed, std::strerror(error));
+  logger->log(kUrgent, msg::kFileReaderCloseFailedFile, file.srcPath);
   return 1;
 }
 
@@ -246,6 +248,7 @@ int FileReaderModule::continueAt(FileC& file, const Extent& extent) {
   if (lseek(file.fd, extent.offset, SEEK_SET) < 0) {
     const int error = errno;
     logger->log(kUrgent, msg::kFileReaderSeekFailed, extent.offset, std::strerror(error));
+    logger->log(kUrgent, msg::kFileReaderSeekFailedFile, file.srcPath);
     return 1;
   }
   file.readOffset = extent.offset;

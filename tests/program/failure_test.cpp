@@ -75,6 +75,7 @@ TEST(Failure, aFileOverTheSizeLimitIsDeletedAndReported) {
       EXPECT_EQ(run.count(message), 1) << message << run;
       EXPECT_EQ(run.count(text(msg::kFileWriterStatusError, b, to)), 1) << run;
       EXPECT_EQ(run.count(text(msg::kFileWriterDeleted, to)), 1) << run;
+      EXPECT_EQ(run.count(text(msg::kMainFilesNotCopied, 1, 2)), 1) << run;
       // What is deleted is the file behind a link; the link stays.
       EXPECT_FALSE(std::filesystem::exists(behindLink));
       EXPECT_EQ(std::filesystem::remove(to), linked);
@@ -221,6 +222,7 @@ TEST(ChangedSource, betweenListingAndReading) {
     const ProgramRun& run = program.wait();
     EXPECT_EQ(run.status, row.copied ? 0 : 1) << run;
     EXPECT_NE(run.err.find(row.message), std::string::npos) << row.message << run;
+    EXPECT_EQ(run.count(text(msg::kMainFilesNotCopied, 0, 2)), row.copied ? 0 : 1) << run;
     EXPECT_EQ(scene.copied(),
               row.copied ? (Contents{{"1", *row.copied}, {"2", "new"}}) : (Contents{{"2", "old"}}))
         << run;

@@ -1,9 +1,11 @@
 // What the program writes where, its exit status, and the precedence of its options.
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
 #include <regex>
+#include <thread>
 
 #include "tests/program/copy_scene.h"
 
@@ -108,6 +110,44 @@ TEST(Output, streamsThatTakeNothingStopAndSpoilNothing) {
   }
   close(full);
   close(closedPipe[1]);
+}
+
+TEST(Output, aFullNonBlockingPipeIsWaitedFor) {
+  const CopyScene scene;
+  for (int i = 0; i < 30; ++i) scene.addSource("f" + std::to_string(i));
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(pipe2(pipe.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(fcntl(pipe[1], F_SETFL, O_NONBLOCK), 0);
+  RunningProgram program(scene.args({"-loglevel=DEBUG"}), {.descriptors = {{2, pipe[1]}}});
+  struct pollfd room {
+    pipe[1], POLLOUT, 0
+  };
+  while (poll(&room, 1, 0) == 1) std::this_thread::yield();
+  close(pipe[1]);
+  std::string shown;
+  std::array<char, 4096> piece{};
+  for (ssize_t n = 0; (n = read(pipe[0], piece.data(), piece.size())) > 0;)
+    shown.append(piece.data(), static_cast<std::size_t>(n));
+  close(pipe[0]);
+  EXPECT_EQ(program.wait().status, 0);
+  for (int i = 0; i < 30; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    const std::string line = text(msg::kFileWriterStatusSuccess, scene.source(name), scene.destination(name));
+    EXPECT_NE(shown.find("\n" + line + "\n"), std::string::npos) << line;
+  }
+  EXPECT_TRUE(shown.ends_with(text(msg::kLoggerDestructor) + "\n")) << shown.substr(shown.size() - 200);
+}
+
+TEST(Output, aLocaleOfNoUseChangesNothing) {
+  std::string tooManyParts = "de";
+  for (int i = 0; i < 100; ++i) tooManyParts += "_x";
+  for (const std::string& locale : {std::string("xx_YY"), "de_DE@x=" + std::string(300, 'a'), tooManyParts}) {
+    const CopyScene scene;
+    scene.addSource("a");
+    const ProgramRun run = scene.copy({}, {.environment = {{"LC_ALL", locale}}});
+    EXPECT_EQ(run.status, 0) << locale << run;
+    EXPECT_EQ(run.out, kStartLine) << locale;
+  }
 }
 
 }  // namespace
