@@ -39,7 +39,6 @@ class Thread {
   // Waits until the thread has ended; does nothing when none was started.
   void join();
 
- protected:
   // While it lives, the thread is in a system call that may take long and may be broken off. All others are
   // left in peace, so that a close or the setting of a lock doesn't fail for a stop.
   class MayWait {

@@ -9,7 +9,7 @@ namespace tamrix {
 
 struct FileC;
 
-// Filled by the copy list; the reader stage counts byteCount down. Lives as long as its file's record.
+// Filled by the copy list, constant from then on. Lives as long as its file's record.
 struct Extent {
   static constexpr std::size_t kUuidLength = 36;
   static constexpr signed char kNoPartition = '?';
@@ -17,7 +17,7 @@ struct Extent {
   std::array<char, kUuidLength + 1> volumeUuid{};  // NUL-terminated; empty without a tape position
   signed char partition = 0;    // LTFS partition letter; kNoPartition without a tape position
   std::int64_t startBlock = 0;  // tape block, or the place in the listing without one
-  std::int64_t byteCount = 0;   // bytes still to read
+  std::int64_t byteCount = 0;   // bytes, as listed
   std::int64_t offset = 0;      // where the extent starts in the file
   FileC* file = nullptr;
 };

@@ -36,13 +36,6 @@ struct FileC {
   // Set by the reader stage before it passes on the file's last buffer: the source is not as it was opened.
   bool changedWhileRead = false;
 
-  // Reader stage only.
-  std::int64_t bytesRead = 0;
-  std::int64_t readOffset = 0;  // of the next byte to read
-  std::int32_t fd = -1;
-  bool isOpen = false;
-  bool mayHaveHoles = false;  // while open: it is asked for them, and read by position
-
   // Writer stage only: the file that dstPath meant when it was opened.
   FileIdentity written;
 

@@ -7,24 +7,21 @@
 
 #include "pipeline/stage/stages.h"
 #include "reader/list/copy_list.h"
-#include "reader/record/run_files.h"
+#include "reader/stage/open_source.h"
 
 namespace tamrix {
 
 // A buffer carries data of one file only. A file is opened for its first buffer and closed with its last, so
-// at most one source is open. What is copied is what is there when it is opened: the record of a file that
-// has changed since it was listed follows it, with a warning. A file is read up to its size at that moment;
-// one that ends earlier is a read error, one that changes while it is read costs a warning. In sparse mode,
-// what the file system tells to be a hole is not read: one slot stands for all of its whole buffers, or for
-// each where the log tells of buffers.
+// at most one source is open. Files are read up to the size that they have when opened: one that ends earlier
+// is a read error. In sparse mode, what the file system tells to be a hole is not read: one slot stands for
+// all of its whole buffers.
 //
 // Threads and lifetime: as Module.
 class FileReaderModule : public ReaderModule {
  public:
-  // `list` is complete and must outlive the stage, as must `runFiles`, which are told of a source that is
-  // another file than the one listed; null where nothing is written.
+  // `list` is complete; `runFiles` is null where the run writes no files. Both must outlive the stage.
   FileReaderModule(PipelineGlobals& globals, const RunOptions& options, const CopyList& list,
-                   RunFiles* runFiles = nullptr);
+                   RunFiles* runFiles);
   ~FileReaderModule() override;
 
   // Reads the next piece of the current file, at most the slot's capacity unless it is a hole, and sets the
@@ -33,25 +30,9 @@ class FileReaderModule : public ReaderModule {
   [[nodiscard]] int fillBuffer(BufferSlot& slot) override;
 
  private:
-  // What came of filling a buffer: bytes, or none and an error number (EINTR: a stop), or neither at the end
-  // of the source.
-  struct Reading {
-    std::int64_t bytes = 0;
-    int error = 0;
-  };
-
-  int openFile(FileC& file, Extent& extent);
-  int openPath(FileC& file);
-  void followChange(FileC& file, Extent& extent, const struct stat& status);
-  static void checkUnchanged(FileC& file);
-  int readPiece(BufferSlot& slot, FileC& file, Extent& extent);
-  Reading readData(const BufferSlot& slot, const FileC& file, std::size_t wanted);
-  ssize_t readAt(const FileC& file, char* data, std::size_t size, off_t offset);
-  int closeFile(FileC& file);
-  int continueAt(FileC& file, const Extent& extent);
-  // How many of the extent's next bytes lie in a hole and go into the next slot, as far as the file system
-  // tells; in whole buffers of `capacity` bytes, unless the extent ends in the hole.
-  static std::int64_t holeAhead(const FileC& file, const Extent& extent, std::int32_t capacity);
+  int openSource(FileC& file);
+  // Goes on to the next extent. Returns 0, or 1 after logging.
+  int advance();
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
 
@@ -59,8 +40,9 @@ class FileReaderModule : public ReaderModule {
   void accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time);
 
   const CopyList& copyList_;
-  RunFiles* const runFiles_;
-  std::size_t position_ = 0;  // in the copy list: the extent being read
+  std::size_t position_ = 0;    // in the copy list: the extent being read
+  std::int64_t remaining_ = 0;  // bytes of it still to read
+  OpenSource source_;           // the extent's file, unless it is still to be opened
   std::int64_t totalRead_ = 0;
   bool sourceIsSlow_ = false;
   std::int64_t sampleBytes_ = 0;  // of the speed being measured
