@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "reader/record/number_table.h"
 #include "reader/list/path_identity.h"
+#include "reader/record/number_table.h"
 
 namespace tamrix {
 

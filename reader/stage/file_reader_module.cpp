@@ -28,12 +28,12 @@ int FileReaderModule::fillBuffer(BufferSlot& slot) {
   FileC& file = *extent.file;
   logger->log(kDebug, msg::kFileReaderExtent, extent.startBlock, remaining_, file.fileName);
   const bool startsFile = !source_.isOpen();
-  if (startsFile && openSource(file) != 0) return fail();
+  if (startsFile && openSource(file) != 0) return passOver(slot);
 
   const std::int64_t offset = source_.offset();
   const auto start = std::chrono::steady_clock::now();
   const std::optional<SourcePiece> piece = source_.read(slot.data, remaining_, slot.capacity);
-  if (!piece) return fail();
+  if (!piece) return passOver(slot);
   if (!sourceIsSlow_ && !piece->isHole && piece->length > 0) {
     accountRead(piece->length, std::chrono::steady_clock::now() - start);
   }
@@ -48,15 +48,31 @@ int FileReaderModule::fillBuffer(BufferSlot& slot) {
     if (source_.close() != 0) return fail();
   }
   if (remaining_ == 0 && advance() != 0) return fail();
-
-  slot.startOfFile = startsFile ? 1 : 0;
-  slot.length = length;
+  fillHeader(slot, file, length);
   slot.offset = static_cast<std::uint64_t>(offset);
+  slot.startOfFile = startsFile ? 1 : 0;
   slot.endOfFile = endsFile ? 1 : 0;
+  slot.hole = piece->isHole ? 1 : 0;
+  return 0;
+}
+
+// The header of a slot that carries no more than its length tells.
+void FileReaderModule::fillHeader(BufferSlot& slot, FileC& file, std::int32_t length) const {
+  slot.length = length;
+  slot.offset = 0;
+  slot.startOfFile = 0;
+  slot.endOfFile = 0;
   slot.endOfData = position_ == copyList_.extents().size() ? 1 : 0;
   slot.sparseBlock = 0;
-  slot.hole = piece->isHole ? 1 : 0;
+  slot.hole = 0;
   slot.file = &file;
+}
+
+int FileReaderModule::passOver(BufferSlot& slot) {
+  if (options_.audit != AuditMode::kFiles || globals_.stopExecution.isSet()) return fail();
+  FileC& file = *copyList_.extents()[position_]->file;
+  if (advance() != 0) return fail();
+  fillHeader(slot, file, -1);
   return 0;
 }
 

@@ -26,13 +26,18 @@ class FileReaderModule : public ReaderModule {
 
   // Reads the next piece of the current file, at most the slot's capacity unless it is a hole, and sets the
   // slot's startOfFile, length, offset, endOfFile, endOfData, sparseBlock, hole and file. Returns 0; or 1
-  // after logging what can't be opened, read, sought or closed at kUrgent and stopping the pipeline.
+  // after logging what can't be opened, read, sought or closed at kUrgent and stopping the pipeline. In a
+  // file audit, a file that can't be opened or read costs its message and a slot of length -1.
   [[nodiscard]] int fillBuffer(BufferSlot& slot) override;
 
  private:
   int openSource(FileC& file);
   // Goes on to the next extent. Returns 0, or 1 after logging.
   int advance();
+  void fillHeader(BufferSlot& slot, FileC& file, std::int32_t length) const;
+  // What becomes of a file that can't be opened or read, which has been logged: the end of the run, but in an
+  // audit a slot that carries nothing. Returns 0 or 1.
+  int passOver(BufferSlot& slot);
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
 

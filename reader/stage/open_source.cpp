@@ -138,8 +138,8 @@ OpenSource::Reading OpenSource::readData(char* data, std::int64_t size) const {
     char* const to = data + reading.bytes;
     const Thread::MayWait mayWait(reader_);
     // Looking for holes moves the file's position.
-    const ssize_t n = mayHaveHoles_ ? pread(fd_.get(), to, piece, offset_ + reading.bytes)
-                                    : ::read(fd_.get(), to, piece);
+    const ssize_t n =
+        mayHaveHoles_ ? pread(fd_.get(), to, piece, offset_ + reading.bytes) : ::read(fd_.get(), to, piece);
     const int error = errno;
     const bool isStopped = stop_.isSet();
     if (n < 0 && error == EINTR && !isStopped) continue;
