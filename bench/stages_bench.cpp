@@ -62,8 +62,8 @@ class Pinned : public Stage {
  public:
   template <class... More>
   Pinned(PipelineGlobals& globals, const RunOptions& options, int core, std::atomic<double>& busy,
-         More&... more)
-      : Stage(globals, options, more...), core_(core), busy_(busy) {}
+         More&&... more)
+      : Stage(globals, options, std::forward<More>(more)...), core_(core), busy_(busy) {}
   void run() override {
     if (core_ != kAnyCore) {
       cpu_set_t set;
@@ -88,7 +88,7 @@ class IdleModule : public ProcessModule {
 };
 
 // What is between reader and writer.
-enum class Between { kNothing, kIdleStages, kStages };
+enum class Between { kNothing, kIdleStages, kStages, kXxh128 };
 
 struct Cores {
   int copying = kAnyCore;  // where reader and writer run
@@ -117,9 +117,12 @@ Times copyOnce(Between stages, Cores cores) {
     }
   } else if (stages == Between::kStages) {
     globals.sparseMode = 1;
-    modules.push_back(
-        std::make_unique<Pinned<modsum64ProcessModule>>(globals, options, cores.stages, between));
+    modules.push_back(std::make_unique<Pinned<modsum64ProcessModule>>(globals, options, cores.stages, between,
+                                                                      makeChecksumAlgorithm("modsum64")));
     modules.push_back(std::make_unique<Pinned<sparseProcessModule>>(globals, options, cores.stages, between));
+  } else if (stages == Between::kXxh128) {
+    modules.push_back(std::make_unique<Pinned<modsum64ProcessModule>>(globals, options, cores.stages, between,
+                                                                      makeChecksumAlgorithm("xxh128")));
   }
   modules.push_back(std::make_unique<Pinned<FileWriterModule>>(globals, options, cores.copying, copying, files));
   BufferQ ring;
@@ -139,8 +142,10 @@ Times copyOnce(Between stages, Cores cores) {
   return {end - start, std::max(copying.load(), between.load())};
 }
 
-constexpr std::pair<const char*, Between> kSides[] = {
-    {" without", Between::kNothing}, {" idle", Between::kIdleStages}, {" with", Between::kStages}};
+constexpr std::pair<const char*, Between> kSides[] = {{" without", Between::kNothing},
+                                                      {" idle", Between::kIdleStages},
+                                                      {" with", Between::kStages},
+                                                      {" xxh128", Between::kXxh128}};
 
 // Registers the copies to be compared, measured by `time`.
 void add(const std::string& name, const std::string& destination, Cores cores, double Times::*time) {
@@ -194,8 +199,11 @@ int main(int argc, char** argv) {
     const double without = speeds[name + " without"];
     const double idle = speeds[name + " idle"];
     const double with = speeds[name + " with"];
-    std::printf("%-58s without %4.0f, idle stages %4.0f (%.2f), stages %4.0f (%.2f)\n", name.c_str(),
-                without / 1e6, idle / 1e6, without / idle, with / 1e6, without / with);
+    const double xxh128 = speeds[name + " xxh128"];
+    std::printf(
+        "%-58s without %4.0f, idle stages %4.0f (%.2f), stages %4.0f (%.2f), xxh128 alone %4.0f (%.2f)\n",
+        name.c_str(), without / 1e6, idle / 1e6, without / idle, with / 1e6, without / with, xxh128 / 1e6,
+        without / xxh128);
   }
   std::filesystem::remove_all(dir);
 }

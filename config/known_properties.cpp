@@ -34,7 +34,7 @@ constexpr std::array kAuditProperties = {
     KnownProperty{"srcspec", ""},
     KnownProperty{"recursive", "disable", true, kOnOff},
     KnownProperty{"batchfile", ""},
-    KnownProperty{"checksum", "modsum64"},
+    KnownProperty{"checksum", "xxh128"},
     KnownProperty{"checksum-update", "calconly", false, kUpdates},
     KnownProperty{"require-checksum", "disable", true, kOnOff},
     KnownProperty{"report", ""},

@@ -33,6 +33,15 @@ ChecksumUpdateMode checksumUpdateMode(const Properties& store) {
 
 }  // namespace
 
+AuditOptions readAuditOptions(const Properties& store) {
+  AuditOptions options;
+  options.requireChecksum = isOn(store, "require-checksum");
+  options.report = textOf(store, "report");
+  if (store.testProperty("map", "auto") != 0) options.map = MapMode::kAuto;
+  if (isOn(store, "map")) options.map = MapMode::kOn;
+  return options;
+}
+
 RunOptions readRunOptions(const Properties& store) {
   RunOptions options;
   options.srcpath = textOf(store, "srcpath");

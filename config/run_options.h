@@ -39,6 +39,16 @@ struct RunOptions {
   std::string checksumAttribute;  // "checksumea": the extended attribute that carries the checksum
 };
 
+enum class MapMode { kAuto, kOn, kOff };
+
+// What only the audit program has. Read apart, so that the others' traces show nothing of it.
+struct AuditOptions {
+  bool requireChecksum = false;
+  std::string report;  // empty: none
+  MapMode map = MapMode::kOff;
+};
+AuditOptions readAuditOptions(const Properties& store);
+
 // Reads every option; the store traces each look-up at kDebug.
 RunOptions readRunOptions(const Properties& store);
 

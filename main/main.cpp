@@ -10,11 +10,14 @@
 // pipeline/run/     putting stages together
 //   module_manager    which stages run, in which order; starting and joining them
 //   audit             the report of a tape audit
+//   tape_layout       gaps, sums and pieces of each partition; volume_map draws them
+//   audit_results     what an audit ends with: sums, map, and audit_report, the file of JSON lines
 // reader/stage/     file_reader_module, the first stage: reads the files in tape order
 // writer/           the stages after it
 //   file_writer_module  the last stage: buffers into destinations
 //   open_destination  one destination from its opening to its end; open_for_writing, make_subdir and copied_times help
 //   modsum64_process_module, sparse_process_module  the optional stages; byte_scan does their work
+//   checksum_algorithm  the table of checksums
 // reader/list/      from options to files in tape order
 //   file_lister       base of the listers; spec_file_lister, batch_file_lister, char_special_lister
 //   directory_walk    walking a tree; wildcard matches names

@@ -13,6 +13,14 @@ void runPipeline(PipelineGlobals& globals) {
   (void)manager.run();  // what went wrong is among the recorded return codes
 }
 
+void runAudit(PipelineGlobals& globals) {
+  const char* value = nullptr;
+  if (properties->getProperty("srcspec", value) != 0 && properties->getProperty("batchfile", value) != 0) {
+    (void)properties->addProperty("srcspec", "*");  // any value is accepted
+  }
+  runPipeline(globals);
+}
+
 }  // namespace
 
 int runTamrix(int argc, const char* const* argv) {
@@ -22,7 +30,7 @@ int runTamrix(int argc, const char* const* argv) {
 int runTamrixAudit(int argc, const char* const* argv) {
   constexpr ProgramTexts kTexts = {msg::kAuditUsage00.number, msg::kAuditUsageHint.number - 1,
                                    msg::kAuditUsageHint};
-  return runProgram({auditProperties(), kTexts, runPipeline}, argc, argv);
+  return runProgram({auditProperties(), kTexts, runAudit}, argc, argv);
 }
 
 }  // namespace tamrix

@@ -1,15 +1,16 @@
 #include "writer/modsum64_process_module.h"
 
 #include <string>
+#include <utility>
 
 #include "log/logger.h"
 #include "reader/record/file_c.h"
-#include "writer/byte_scan.h"
 
 namespace tamrix {
 
-modsum64ProcessModule::modsum64ProcessModule(PipelineGlobals& globals, const RunOptions& options)
-    : ProcessModule(globals, options, "checksum") {
+modsum64ProcessModule::modsum64ProcessModule(PipelineGlobals& globals, const RunOptions& options,
+                                             std::unique_ptr<ChecksumAlgorithm> algorithm)
+    : ProcessModule(globals, options, "checksum"), algorithm_(std::move(algorithm)) {
   logger->log(kDebug, msg::kChecksumStageConstructorProps);
   if (options.audit == AuditMode::kFiles) {
     logger->log(kDebug, msg::kChecksumStageAuditEnabled);
@@ -24,13 +25,19 @@ int modsum64ProcessModule::processBuffer(BufferSlot& slot) {
   FileC& file = *slot.file;
   if (slot.startOfFile != 0) {
     logger->log(kDebug, msg::kChecksumStageStartOfFile);
-    file.checksum = 0;
+    algorithm_->reset();
   }
   logger->log(kDebug, msg::kChecksumStageUpdate);
-  if (slot.hole == 0) file.checksum += byteSum(slot.data, static_cast<std::size_t>(slot.length));
+  const auto length = static_cast<std::size_t>(slot.length);
+  if (slot.hole == 0) {
+    algorithm_->add(slot.data, length);
+  } else {
+    algorithm_->addZeros(length);
+  }
   if (slot.endOfFile == 0) return 0;
 
   logger->log(kDebug, msg::kChecksumStageEndOfFile);
+  file.checksum = algorithm_->text();
   if (options_.checksumAttribute.empty()) {
     logger->log(kUrgent, msg::kChecksumStageNoName);
     return 1;
@@ -40,19 +47,21 @@ int modsum64ProcessModule::processBuffer(BufferSlot& slot) {
 }
 
 int modsum64ProcessModule::auditFile(const BufferSlot& slot) const {
-  bool failed = false;
+  AuditResult& result = slot.file->auditResult;
   std::string word;
   switch (verifyChecksum(slot)) {
     case 0:
+      result = AuditResult::kPass;
       word = logger->text(msg::kChecksumStagePassWord.number);
       logger->log(kInfo, msg::kChecksumStagePass);
       break;
     case 1:
-      failed = true;
+      result = AuditResult::kFail;
       word = logger->text(msg::kChecksumStageFailWord.number);
       logger->log(kUrgent, msg::kChecksumStageFail);
       break;
     default:
+      result = AuditResult::kNotPossible;
       // Kept: a file that can't be verified counts as a success.
       word = logger->text(msg::kChecksumStageNotPossibleWord.number);
       logger->log(kWarning, msg::kChecksumStageNotPossible);
@@ -61,7 +70,7 @@ int modsum64ProcessModule::auditFile(const BufferSlot& slot) const {
   if (const int updated = updateChecksum(slot, ChecksumTarget::kSource); updated != 0) return updated;
 
   const std::string pair = "\"" + word + "\",\"" + slot.file->srcPath + "\"";
-  if (failed) {
+  if (result == AuditResult::kFail) {
     logger->log(kInfo, msg::kChecksumStageStatusError, pair);
   } else {
     logger->log(kInfo, msg::kChecksumStageStatusSuccess, pair);

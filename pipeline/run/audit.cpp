@@ -28,7 +28,20 @@ std::int32_t leadingNumber(const char* text) {
   return std::in_range<std::int32_t>(number) ? static_cast<std::int32_t>(number) : 0;
 }
 
+// Reads the attribute that tells the volume's block size. Returns false when there is none.
+bool readBlockSizeText(const char* path, std::array<char, kValueSize>& value) {
+  return getxattr(path, "user.ltfs.volumeBlocksize", value.data(), value.size() - 1) >= 0 ||
+         getxattr(path, "user.ltfs.volume_blocksize", value.data(), value.size() - 1) >= 0;
+}
+
 }  // namespace
+
+bool findBlockSize(const std::string& path, std::int32_t& blockSize) {
+  std::array<char, kValueSize> value{};
+  if (!readBlockSizeText(path.c_str(), value)) return false;
+  blockSize = leadingNumber(value.data());
+  return blockSize > 0;
+}
 
 Audit::Audit(const RunOptions& options) : options_(options) { logger->log(kDebug, msg::kAuditConstructor); }
 
@@ -54,8 +67,7 @@ int Audit::report(const CopyList& list) const {
 int Audit::readBlockSize(std::int32_t& blockSize) const {
   const char* const path = options_.srcpath.c_str();
   std::array<char, kValueSize> value{};
-  if (getxattr(path, "user.ltfs.volumeBlocksize", value.data(), value.size() - 1) < 0 &&
-      getxattr(path, "user.ltfs.volume_blocksize", value.data(), value.size() - 1) < 0) {
+  if (!readBlockSizeText(path, value)) {
     logger->log(kUrgent, msg::kAuditNoBlockSize, path);
     return 1;
   }

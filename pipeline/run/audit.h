@@ -2,17 +2,19 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "config/run_options.h"
+#include "pipeline/run/tape_layout.h"
 
 namespace tamrix {
 
 class CopyList;
 struct Extent;
 
-// A number of blocks. Wide enough for any sum of sizes and start blocks: the latter come from attributes, in
-// which anything may stand.
-__extension__ using Blocks = __int128;
+// Finds out the size in bytes of a block of the volume that `path` is on. Returns false, silently, when it is
+// not told or not a positive number.
+bool findBlockSize(const std::string& path, std::int32_t& blockSize);
 
 // Threads: the main thread; no pipeline runs meanwhile. Lifetime: any.
 class Audit {

@@ -9,6 +9,7 @@
 #include "log/logger.h"
 #include "pipeline/ring/buffer_q.h"
 #include "pipeline/run/audit.h"
+#include "pipeline/run/audit_results.h"
 #include "reader/stage/file_reader_module.h"
 #include "writer/file_writer_module.h"
 #include "writer/modsum64_process_module.h"
@@ -18,11 +19,14 @@ namespace tamrix {
 
 namespace {
 
-constexpr const char* kChecksumName = "modsum64";
 constexpr const char* kChecksumAttributePrefix = "user._ltfs.";
 
 // For options whose acceptance is the store's business: a refusal is logged there.
 void setOption(const char* key, const std::string& value) { (void)properties->addProperty(key, value); }
+
+bool storesChecksums(ChecksumUpdateMode mode) {
+  return mode == ChecksumUpdateMode::kNewOnly || mode == ChecksumUpdateMode::kUpdateAll;
+}
 
 }  // namespace
 
@@ -52,17 +56,35 @@ int ModuleManager::run() {
     setOption("recursive", "enable");
   }
   options_ = readRunOptions(*properties);
+  if (options_.audit == AuditMode::kTape && storesChecksums(options_.checksumUpdate)) {
+    // A person who asks for checksums is not to believe that they are there now.
+    logger->log(kUrgent, msg::kManagerChecksumNeedsFiles);
+    return 1;
+  }
   list_.emplace(*globals_, options_);
   if (const int result = list_->getList(); result != 0) return result;
-  if (options_.audit == AuditMode::kTape) {
-    (void)Audit(options_).report(*list_);
-    return 0;
-  }
+  if (options_.audit == AuditMode::kTape) return auditTape();
   addModule(std::make_unique<FileReaderModule>(*globals_, options_, *list_));
   if (addChecksumStage() != 0) return 1;
   addSparseStage();
   if (addWriter() != 0) return 1;
-  return runPipeline();
+  return options_.audit == AuditMode::kFiles ? auditFiles() : runPipeline();
+}
+
+int ModuleManager::auditTape() {
+  AuditResults results(options_, readAuditOptions(*properties), *list_);
+  if (results.prepare() == 0 && Audit(options_).report(*list_) == 0) {
+    results.finish(!globals_->stopExecution.isSet());
+  }
+  return 0;
+}
+
+int ModuleManager::auditFiles() {
+  AuditResults results(options_, readAuditOptions(*properties), *list_);
+  if (results.prepare() != 0) return 1;
+  const int result = runPipeline();
+  if (result == 0) results.finish(!globals_->stopExecution.isSet());
+  return result;
 }
 
 int ModuleManager::addChecksumStage() {
@@ -76,12 +98,13 @@ int ModuleManager::addChecksumStage() {
   }
   setOption("checksumea", kChecksumAttributePrefix + checksum);
   options_.checksumAttribute = readRunOptions(*properties).checksumAttribute;
-  if (checksum != kChecksumName) {
+  auto algorithm = makeChecksumAlgorithm(checksum);
+  if (algorithm == nullptr) {
     logger->log(kUrgent, msg::kManagerChecksumUnsupported, checksum);
     return 1;
   }
   logger->log(kDebug, msg::kManagerAddModsum64);
-  addModule(std::make_unique<modsum64ProcessModule>(*globals_, options_));
+  addModule(std::make_unique<modsum64ProcessModule>(*globals_, options_, std::move(algorithm)));
   globals_->hasProcessModule = 1;
   return 0;
 }

@@ -2,9 +2,9 @@
 //
 //   properties                                          pipeline
 //   none of verify, checksum-update, audit              reader, writer
-//   verify or checksum-update, checksum=modsum64        reader, checksum, writer
+//   verify or checksum-update, checksum=NAME            reader, checksum, writer
 //   sparse=enable, with any of these rows               a sparse stage before the writer's place
-//   audit=files, checksum=modsum64                      reader, checksum
+//   audit=files, checksum=NAME                          reader, checksum
 //   audit=tape                                          none: the copy list, then the audit report
 #pragma once
 
@@ -44,6 +44,8 @@ class ModuleManager {
   void addSparseStage();
   int addWriter();
   int runPipeline();
+  int auditTape();
+  int auditFiles();
   void startModules(BufferQ& ring);
 
   PipelineGlobals* globals_ = nullptr;

@@ -1,6 +1,7 @@
 // Comparing and storing the checksum of a file that has passed through a stage.
 #include <sys/xattr.h>
 
+#include <cerrno>
 #include <string>
 
 #include "log/logger.h"
@@ -10,7 +11,7 @@
 namespace tamrix {
 
 int Module::verifyChecksum(const BufferSlot& slot) const {
-  const std::string calculated = std::to_string(slot.file->checksum);
+  const std::string& calculated = slot.file->checksum;
   logger->log(kDebug, msg::kModuleChecksumCalculated, calculated);
   const std::string& name = options_.checksumAttribute;
   if (name.empty()) {
@@ -55,9 +56,16 @@ int Module::updateChecksum(const BufferSlot& slot, ChecksumTarget target) const 
     }
     logger->log(kDebug, msg::kModuleChecksumUpdateAbsent, name);
   }
-  const std::string value = std::to_string(file.checksum);
+  const std::string& value = file.checksum;
   logger->log(kDebug, msg::kModuleChecksumUpdateSet, name, value);
-  if (setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) != 0) {
+  const int flags = options_.checksumUpdate == ChecksumUpdateMode::kNewOnly ? XATTR_CREATE : 0;
+  if (setxattr(path.c_str(), name.c_str(), value.data(), value.size(), flags) != 0) {
+    const int error = errno;
+    if (flags != 0 && error == EEXIST) {
+      // It was not collected when the file was listed: it can't be read, or came meanwhile.
+      logger->log(kWarning, msg::kChecksumStageNotReplaced, name, path);
+      return 0;
+    }
     logger->log(kWarning, msg::kModuleChecksumUpdateFailed, name);
     return 2;
   }

@@ -11,6 +11,10 @@
 
 namespace tamrix {
 
+// How a file fared in a file audit.
+enum class AuditResult : std::uint8_t { kNotRead, kPass, kFail, kNotPossible };
+inline constexpr std::size_t kAuditResults = 4;
+
 // Purpose: what buffers in flight point at. Made by the copy list, one per accepted file.
 // Threads: the groups below say which stage's thread may touch a field; the ring orders the stages.
 // Lifetime: owned by the copy list, longer than any buffer or stage that points at it.
@@ -41,8 +45,9 @@ struct FileC {
   // Writer stage only: the file that dstPath meant when it was opened.
   FileIdentity written;
 
-  // Checksum stage only: the running sum.
-  std::uint64_t checksum = 0;
+  // Checksum stage only.
+  std::string checksum;  // as text, once the last byte has passed
+  AuditResult auditResult = AuditResult::kNotRead;
 
   // Copies the value of the attribute `name`, taken as text, into `value` and returns 0; 1 when there is
   // none, or when name or value break the limits (name 1 to 255 characters, value 1 to 255), which is logged.

@@ -47,8 +47,9 @@ int FileReaderModule::fillBuffer(BufferSlot& slot) {
   logger->log(kDebug, msg::kFileReaderExtent, extent.startBlock, extent.byteCount, file.fileName);
 
   slot.startOfFile = file.isOpen ? 0 : 1;
-  if (!file.isOpen && openFile(file) != 0) return fail();
-  if (readPiece(slot, file, extent) != 0) return fail();
+  if ((!file.isOpen && openFile(file) != 0) || readPiece(slot, file, extent) != 0) {
+    return options_.audit == AuditMode::kFiles ? passOver(slot, file) : fail();
+  }
 
   slot.endOfFile = 0;
   if (file.bytesRead == file.fileSize) {
@@ -175,6 +176,14 @@ int FileReaderModule::continueAt(FileC& file, const Extent& extent) {
     return 1;
   }
   file.readOffset = extent.offset;
+  return 0;
+}
+
+int FileReaderModule::passOver(BufferSlot& slot, FileC& file) {
+  slot.file = &file;
+  slot.length = -1;
+  slot.endOfFile = 0;
+  slot.endOfData = ++position_ == copyList_.extents().size() ? 1 : 0;
   return 0;
 }
 

@@ -24,7 +24,8 @@ class FileReaderModule : public ReaderModule {
 
   // Reads the next piece of the current file, at most the slot's capacity unless it is a hole, and sets the
   // slot's startOfFile, length, offset, endOfFile, endOfData, sparseBlock, hole and file. Returns 0; or 1
-  // after logging what can't be opened, read, sought or closed at kUrgent and stopping the pipeline.
+  // after logging what can't be opened, read, sought or closed at kUrgent and stopping the pipeline. In a file audit a file that can't
+  // be opened or read costs its message and a slot of length -1.
   [[nodiscard]] int fillBuffer(BufferSlot& slot) override;
 
  private:
@@ -36,6 +37,9 @@ class FileReaderModule : public ReaderModule {
   // How many of the extent's next bytes lie in a hole and go into the next slot, as far as the file system
   // tells; in whole buffers of `capacity` bytes, unless the extent ends in the hole.
   static std::int64_t holeAhead(const FileC& file, const Extent& extent, std::int32_t capacity);
+  // For an audit, which tells of a file that can't be read and goes on with the next: makes the slot one that
+  // carries nothing. Returns 0.
+  int passOver(BufferSlot& slot, FileC& file);
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   int fail();
 

@@ -107,7 +107,7 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
     theirs[0] = memfd_create("input", MFD_CLOEXEC);
     require(pwrite(theirs[0], options.input->data(), options.input->size(), 0) >= 0, "memfd");
   }
-  model::ChildSetup setup{.words = {TAMRIX_PROGRAM}, .environment = options.environment};
+  model::ChildSetup setup{.words = {options.program.empty() ? TAMRIX_PROGRAM : options.program}, .environment = options.environment};
   setup.words.insert(setup.words.end(), args.begin(), args.end());
   for (int number = 0; number < 3; ++number) setup.descriptors[number] = theirs.at(std::size_t(number));
   for (const auto& [number, other] : options.descriptors) setup.descriptors[number] = other;

@@ -27,6 +27,7 @@ struct ProgramOptions {
   std::map<__rlimit_resource, rlim_t> limits{};  // soft and hard
   std::vector<int> ignoredSignals = {};
   mode_t umask = 022;
+  std::string program = {};  // empty: tamrix
   bool onTerminal = false;  // the three streams are a terminal of the run's own; what it shows is `out`
 };
 

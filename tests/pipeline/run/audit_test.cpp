@@ -3,10 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "pipeline/run/volume_map.h"
 #include "reader/list/copy_list.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
@@ -133,6 +136,39 @@ TEST_F(AuditTest, blockSizesThatAreNoneEmptyListsAndHugeStartBlocksAreReported) 
   for (const long long other : {-kLargest - 1, -1LL, kLargest - 1}) {
     EXPECT_EQ(report({{"a", 1000, 'b', kLargest, 0, 0}, {"b", 1000, 'b', other, 0, 0}}), 0) << other;
     EXPECT_EQ(log_.logLines().size(), 5U) << other;
+  }
+}
+
+// Ten cells of ten blocks; a file of one block shows, wherever it lies.
+TEST(VolumeMap, cellsTellDataGapsAndFreeRoom) {
+  struct Case {
+    std::vector<std::pair<long long, long long>> files;  // start block, blocks
+    long long freeBlocks;
+    const char* bar;
+  };
+  const Case cases[] = {
+      {{}, 100, ""},
+      {{{0, 100}}, 0, "##########"},
+      {{{0, 35}, {35, 15}}, 50, "#####-----"},
+      {{{20, 10}, {45, 1}, {69, 1}}, 30, "..#.+.+---"},
+      {{{30, 10}, {30, 5}, {40, 20}}, 40, "...###----"},
+  };
+  for (const Case& c : cases) {
+    TapeLayout layout(1000);
+    std::deque<FileC> files;
+    std::deque<Extent> extents;
+    for (const auto& [start, blocks] : c.files) {
+      struct stat status {};
+      status.st_size = blocks * 1000;
+      Extent& extent = extents.emplace_back();
+      extent.partition = 'b';
+      extent.startBlock = start;
+      extent.file = &files.emplace_back("f", "", status);
+      (void)layout.add(extent);
+    }
+    const VolumeMap map =
+        drawVolume(layout, static_cast<std::uint64_t>(c.freeBlocks) * 1000, 10, MapCharacters::kAscii);
+    EXPECT_EQ(map.bars.empty() ? "" : map.bars.front(), c.bar);
   }
 }
 

@@ -1,0 +1,117 @@
+#include "pipeline/run/audit_results.h"
+
+#include <sys/ioctl.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <utility>
+
+#include "log/logger.h"
+#include "pipeline/run/audit.h"
+#include "pipeline/run/volume_map.h"
+#include "reader/list/copy_list.h"
+
+namespace tamrix {
+
+namespace {
+
+constexpr int kUsualWidth = 80;
+constexpr int kNarrowest = 20;
+constexpr int kWidest = 1000;
+constexpr int kBeforeBar = 2;  // the partition's letter and a blank
+
+int terminalWidth() {
+  int width = 0;
+  if (const char* const columns = std::getenv("COLUMNS")) width = std::atoi(columns);
+  if (winsize size{}; width <= 0 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) width = size.ws_col;
+  return width <= 0 ? kUsualWidth : std::clamp(width, kNarrowest, kWidest);
+}
+
+// By the locale that the environment names, as no part of the program needs another one of it.
+MapCharacters terminalCharacters() {
+  for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+    const char* const value = std::getenv(name);
+    if (value == nullptr || *value == '\0') continue;
+    std::string locale;
+    for (const char* c = value; *c != '\0'; ++c) {
+      if (*c != '-') locale += static_cast<char>(*c >= 'A' && *c <= 'Z' ? *c - 'A' + 'a' : *c);
+    }
+    return locale.find("utf8") != std::string::npos ? MapCharacters::kUnicode : MapCharacters::kAscii;
+  }
+  return MapCharacters::kAscii;
+}
+
+}  // namespace
+
+AuditResults::AuditResults(const RunOptions& options, AuditOptions auditOptions, const CopyList& list)
+    : options_(options), auditOptions_(std::move(auditOptions)), list_(list) {}
+
+int AuditResults::prepare() {
+  if (auditOptions_.report.empty()) return 0;
+  report_.emplace(options_.audit, auditOptions_.report, options_.checksumAttribute);
+  return report_->open(list_);
+}
+
+void AuditResults::finish(bool isWhole) {
+  if (std::int32_t blockSize = 0; findBlockSize(options_.srcpath, blockSize)) layout_.emplace(blockSize);
+  const int collected = collect(isWhole);
+  if (options_.audit == AuditMode::kFiles) tellCounts();
+  if (options_.audit == AuditMode::kTape && layout_ &&
+      (auditOptions_.map == MapMode::kOn ||
+       (auditOptions_.map == MapMode::kAuto && isatty(STDOUT_FILENO) != 0))) {
+    drawMap();
+  }
+  if (report_ && isWhole && collected == 0) (void)report_->complete(sums_, layout_ ? &*layout_ : nullptr);
+}
+
+int AuditResults::collect(bool isWhole) {
+  int result = 0;
+  for (const Extent* extent : list_.extents()) {
+    const FileC& file = *extent->file;
+    ++sums_.files;
+    sums_.bytes += file.fileSize;
+    ++sums_.results.at(static_cast<std::size_t>(file.auditResult));
+    TapeLayout::Place place;
+    if (layout_) place = layout_->add(*extent);
+    if (report_ && isWhole && result == 0) result = report_->add(*extent, layout_ ? &place : nullptr);
+  }
+  return result;
+}
+
+void AuditResults::tellCounts() const {
+  logger->output(msg::kManagerAuditCounts, sums_.count(AuditResult::kPass), sums_.count(AuditResult::kFail),
+                 sums_.count(AuditResult::kNotPossible), sums_.count(AuditResult::kNotRead));
+  const std::int64_t without = sums_.count(AuditResult::kNotPossible);
+  if (auditOptions_.requireChecksum && without != 0) {
+    logger->log(kUrgent, msg::kManagerChecksumRequired, without, options_.checksumAttribute);
+  }
+}
+
+void AuditResults::drawMap() const {
+  struct statvfs volume {};
+  std::uint64_t freeBytes = 0;
+  if (statvfs(options_.srcpath.c_str(), &volume) == 0) freeBytes = volume.f_bfree * volume.f_frsize;
+  const MapCharacters characters = terminalCharacters();
+  const VolumeMap map = drawVolume(*layout_, freeBytes, terminalWidth() - kBeforeBar, characters);
+  for (std::size_t i = 0; i < map.bars.size(); ++i) {
+    logger->output(msg::kManagerMapBar, layout_->partitions()[i].letter, map.bars[i]);
+  }
+  logger->output(msg::kManagerMapScale, map.scale);
+  const MapCells& cells = mapCells(characters);
+  logger->output(msg::kManagerMapLegend, cells.data, cells.mixed, cells.gap, cells.free,
+                 gigabytes(freeBytes));
+  for (const PartitionLayout& partition : layout_->partitions()) {
+    logger->output(msg::kManagerMapFigures, partition.letter, partition.files, gigabytes(partition.bytes),
+                   partition.gaps, gigabytes(partition.gapBlocks * layout_->blockSize()),
+                   gigabytes(partition.largestGap * layout_->blockSize()), partition.reclaimablePercent(),
+                   partition.outOfNameOrder);
+  }
+  if (layout_->filesWithoutPosition() != 0) {
+    logger->output(msg::kManagerMapWithoutPosition, layout_->filesWithoutPosition());
+  }
+}
+
+}  // namespace tamrix
