@@ -55,6 +55,24 @@ TEST(Failure, aDestinationThatAnotherProcessHasLockedStaysAsItIs) {
   EXPECT_EQ(scene.copied(), (Contents{{"a", "old"}}));
 }
 
+TEST(Copy, aDestinationThatAnotherProcessHasALeaseOnIsWaitedFor) {
+  const CopyScene scene;
+  scene.addSource("a");
+  const int fd = open(scene.addDestination("a").c_str(), O_RDWR | O_CLOEXEC);
+  sigset_t asked;
+  sigemptyset(&asked);
+  sigaddset(&asked, SIGIO);
+  pthread_sigmask(SIG_BLOCK, &asked, nullptr);
+  if (fcntl(fd, F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "no leases here";
+  RunningProgram program(scene.args());
+  const timespec patience = {60, 0};
+  EXPECT_EQ(sigtimedwait(&asked, nullptr, &patience), SIGIO);  // told that somebody wants the file
+  EXPECT_EQ(fcntl(fd, F_SETLEASE, F_UNLCK), 0);
+  EXPECT_EQ(program.wait().status, 0) << program.wait();
+  EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
+  close(fd);
+}
+
 TEST(Failure, aFileOverTheSizeLimitIsDeletedAndReported) {
   const CopyScene scene;
   scene.addSource("a", "small");
