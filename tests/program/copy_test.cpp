@@ -179,7 +179,7 @@ TEST(Copy, bytesTimesModesAndAttributesAreTheSourcesWhateverTheBufferSize) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   const int count = 500;  // sanitizers make a copy of many small files slow
 #else
-  const int count = 5000;
+  const int count = 1500;
 #endif
   expectEqualCopies(1, count, 4 << 20,
                     {{"-buffer-size=4096", "-total-buffer-size=64KB"}, {}, {"-buffer-size=8MB"}});
@@ -214,6 +214,18 @@ TEST(Copy, existingDestinationsTakeTheContentAndKeepTheirMode) {
     EXPECT_EQ(scene.copy({mode}).status, 0);
     EXPECT_EQ(scene.copied(), (Contents{{"a", "short"}})) << mode;
     EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0644));
+  }
+}
+
+// At the levels that tell of buffers as well.
+TEST(Copy, aHoleIsOneBuffer) {
+  const CopyScene scene;
+  const std::string source = scene.addSource("a", "data");
+  std::filesystem::resize_file(source, 10000003);
+  for (const char* level : {"PROGRESS", "DEBUG"}) {
+    const ProgramRun run = scene.copy({"-sparse", "-buffer-size=128KB", "-loglevel=" + std::string(level)});
+    EXPECT_EQ(run.count(text(msg::kFileWriterBuffer, source)), 2) << run;
+    EXPECT_EQ(scene.copied(), (Contents{{"a", "data" + std::string(9999999, '\0')}}));
   }
 }
 

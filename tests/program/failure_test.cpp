@@ -200,53 +200,6 @@ TEST(Interrupt, anIgnoredHangUpStaysIgnored) {
   EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
 }
 
-// The question about the second file holds the run between listing and reading the first.
-TEST(ChangedSource, betweenListingAndReading) {
-  using Path = const std::string&;
-  const auto resize = [](auto size) {
-    return [size](Path path) { std::filesystem::resize_file(path, size); };
-  };
-  struct Row {
-    std::function<void(Path)> change;
-    std::string message;
-    std::optional<std::string> copied;  // none: the run fails
-    std::string params = "";
-  };
-  const std::string changed = "WARNING Source file has changed since it was listed";
-  const std::string other = "ERROR Source file is no regular file any more";
-  const auto replace = [](Path path) {
-    std::ofstream(path + ".new") << "as it is saved now";
-    std::filesystem::rename(path + ".new", path);
-  };
-  for (const Row& row :
-       std::vector<Row>{{replace, changed, "as it is saved now"},
-                        {resize(12U), changed, std::string("as listed\0\0\0", 12)},
-                        {resize(3U), changed, "as "},
-                        {resize(0U), changed, ""},
-                        {resize(0U), changed, "", "<sparse>enable</sparse>"},
-                        {[](Path path) { unlink(path.c_str()); }, "ERROR Opening file", {}},
-                        {[](Path path) { unlink(path.c_str()), mkdir(path.c_str(), 0700); }, other, {}},
-                        {[](Path path) { unlink(path.c_str()), mkfifo(path.c_str(), 0600); }, other, {}}}) {
-    const CopyScene scene;
-    const std::string first = scene.addSource("1", "as listed");
-    scene.addSource("2", "new");
-    scene.addDestination("2");
-    RunningProgram program(
-        scene.batch({{first, scene.destination("1")}, {scene.source("2"), scene.destination("2")}},
-                    row.params + "<interactive>enable</interactive>"));
-    ASSERT_TRUE(program.waitForText("(y/n/a) "));
-    row.change(first);
-    program.send("y\n");
-    const ProgramRun& run = program.wait();
-    EXPECT_EQ(run.status, row.copied ? 0 : 1) << run;
-    EXPECT_NE(run.err.find(row.message), std::string::npos) << row.message << run;
-    EXPECT_EQ(run.count(text(msg::kMainFilesNotCopied, 0, 2)), row.copied ? 0 : 1) << run;
-    EXPECT_EQ(scene.copied(),
-              row.copied ? (Contents{{"1", *row.copied}, {"2", "new"}}) : (Contents{{"2", "old"}}))
-        << run;
-  }
-}
-
 // Whatever a limit cuts off, the run ends, says so, and leaves whole files or none.
 TEST(Limits, onDescriptorsMemoryAndThreads) {
   struct Row {

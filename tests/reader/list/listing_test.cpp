@@ -8,7 +8,6 @@
 
 #include "reader/list/char_special_lister.h"
 #include "reader/list/copy_list.h"
-#include "reader/stage/file_reader_module.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/wide_properties.h"
@@ -129,32 +128,6 @@ TEST_F(ListingTest, aLongListIsLikeTheShortOnesItConsistsOf) {
   for (auto at = pairs.begin(); at != pairs.end(); at += 50) shortLists += told(at, at + 50);
   EXPECT_EQ(longList, shortLists);
   EXPECT_NE(longList.find(log.format(msg::kCopyListNoPosition, "f596")), std::string::npos);
-}
-
-TEST_F(ListingTest, aFileCutAfterItWasListedIsAReadErrorAlsoWhereItWasAHole) {
-  const std::string source = dir_.file("src/f", std::string(100000, 'x'));
-  properties_.set("srcpath", dir_ / "src");
-  properties_.set("srcspec", "*");
-  properties_.set("dstpath", "/o");
-  for (const int sparseMode : {0, 1}) {
-    ASSERT_EQ(truncate(source.c_str(), 1000000), 0);
-    PipelineGlobals globals;
-    globals.sparseMode = static_cast<decltype(globals.sparseMode)>(sparseMode);
-    CopyList list(globals, options());
-    ASSERT_EQ(list.getList(), 0);
-    FileReaderModule reader(globals, options_, list);
-    ASSERT_EQ(truncate(source.c_str(), 500000), 0);
-    std::vector<char> buffer(65536);
-    BufferSlot slot{};
-    slot.capacity = static_cast<std::int32_t>(buffer.size());
-    slot.data = buffer.data();
-    captured_.clear();
-    std::int64_t taken = 0;
-    for (; reader.fillBuffer(slot) == 0; taken += slot.length) ASSERT_EQ(slot.endOfData, 0);
-    EXPECT_LE(taken, 500000);
-    EXPECT_EQ(captured_.count(msg::kFileReaderEndedEarly, source, taken, 1000000), 1) << captured_.logText();
-    EXPECT_TRUE(globals.stopExecution.isSet());
-  }
 }
 
 }  // namespace
