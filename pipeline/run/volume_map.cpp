@@ -43,7 +43,8 @@ std::string drawBar(const PartitionLayout& partition, double blocksPerCell, int 
 std::string drawScale(double bytesPerCell, int width) {
   std::string scale;
   for (int cell = 0; cell < width; cell += kScaleStep) {
-    const std::string figure = "|" + gigabytes(static_cast<Blocks>(cell * bytesPerCell));
+    std::string figure = gigabytes(static_cast<Blocks>(cell * bytesPerCell));
+    figure.insert(figure.begin(), '|');
     if (cell + static_cast<int>(figure.size()) > width) break;
     scale.resize(static_cast<std::size_t>(cell), ' ');
     scale += figure;
