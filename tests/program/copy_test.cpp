@@ -10,8 +10,6 @@
 #include <fstream>
 #include <list>
 #include <random>
-#include <sstream>
-#include <tuple>
 
 #include "tests/program/copy_scene.h"
 
@@ -29,13 +27,11 @@ std::map<std::string, std::string> attributesOf(const std::string& path) {
   return attributes;
 }
 
-bool sameToTheMicrosecond(const timespec& a, const timespec& b) {
-  return a.tv_sec == b.tv_sec && a.tv_nsec / 1000 == b.tv_nsec / 1000;
-}
+std::pair<time_t, long> toTheMicrosecond(const timespec& time) { return {time.tv_sec, time.tv_nsec / 1000}; }
 
 // A tree of random files; the same seed makes the same tree. Files are of all sizes (most are small) with
-// runs of zeros in them, have odd names in deep directories, odd modes, times before and after 1970, user
-// attributes of all sizes as far as the file system takes them, and some have a position on tape.
+// runs of zeros in them, have odd names in deep directories, odd modes, times before and after 1970, and user
+// attributes of all sizes as far as the file system takes them.
 class SampleTree {
  public:
   // Makes `count` files below the directory `root`; the largest have about `largest` bytes.
@@ -54,28 +50,25 @@ class SampleTree {
 
   // Sets all times as they were made: reading a file moves its access time.
   void restoreTimes() const {
-    for (const File& file : files_) {
+    for (const File& file : files_)
       EXPECT_EQ(utimensat(AT_FDCWD, (root_ + file.name).c_str(), file.times, 0), 0) << file.name;
-    }
   }
 
-  // In what the copy at `destination` differs from the tree, times as of the last restoreTimes; a line per
-  // difference, empty for none. Set-user-ID and set-group-ID bits and those of `umask` are not to be there.
-  std::string differences(const std::string& destination, mode_t umask) const {
-    std::ostringstream told;
+  // Expects an equal tree at `destination`, times as of the last restoreTimes, but for set-user-ID and
+  // set-group-ID bits and those of `umask`.
+  void expectCopied(const std::string& destination, mode_t umask) const {
     for (const File& file : files_) {
+      SCOPED_TRACE(file.name);
       const std::string source = root_ + file.name;
       const std::string copy = destination + file.name;
       struct stat status {};
-      if (stat(copy.c_str(), &status) != 0) told << "missing: " << file.name << '\n';
-      // Before the content is read: that moves the access time.
-      if (!sameToTheMicrosecond(status.st_atim, file.times[0])) told << "access time: " << file.name << '\n';
-      if (!sameToTheMicrosecond(status.st_mtim, file.times[1])) told << "modify time: " << file.name << '\n';
-      if ((status.st_mode & 07777) != (file.mode & ~umask & 01777)) told << "mode: " << file.name << '\n';
-      if (attributesOf(source) != attributesOf(copy)) told << "attributes: " << file.name << '\n';
-      if (test::readFile(source) != test::readFile(copy)) told << "content: " << file.name << '\n';
+      ASSERT_EQ(stat(copy.c_str(), &status), 0);  // before the content is read: that moves the access time
+      EXPECT_EQ(toTheMicrosecond(status.st_atim), toTheMicrosecond(file.times[0]));
+      EXPECT_EQ(toTheMicrosecond(status.st_mtim), toTheMicrosecond(file.times[1]));
+      EXPECT_EQ(status.st_mode & 07777, file.mode & ~umask & 01777);
+      EXPECT_TRUE(attributesOf(source) == attributesOf(copy));
+      EXPECT_TRUE(test::readFile(source) == test::readFile(copy));
     }
-    return told.str();
   }
 
  private:
@@ -99,19 +92,15 @@ class SampleTree {
     const double exponent = static_cast<double>(below(1000)) / 999;
     std::string result = bytes(static_cast<std::size_t>(std::pow(limit + 1, exponent)) - 1);
     constexpr std::size_t kZeroRun = 4096;
-    for (std::size_t at = 0; at < result.size(); at += kZeroRun) {
+    for (std::size_t at = 0; at < result.size(); at += kZeroRun)
       if (below(3) == 0) std::memset(result.data() + at, 0, std::min(kZeroRun, result.size() - at));
-    }
     return result;
   }
 
   std::string name() {
-    static constexpr std::array<std::string_view, 14> kPieces = {
-        "file", " ", "\n", "\"", "'", "-", "--help=", "\xff\xc3", ".", "*?", "%s%n", "\\", "&lt;", "\t"};
+    static constexpr std::string_view kOdd = "-f \n\"'=\xff\xc3.*?%sn\\&;\t";
     std::string result;
-    for (std::uint64_t pieces = 1 + below(4); pieces > 0; --pieces) {
-      result += kPieces.at(below(kPieces.size()));
-    }
+    for (std::uint64_t left = below(12); left > 0; --left) result += kOdd.at(below(kOdd.size()));
     result += std::to_string(files_.size());  // no two are the same, nor "." or ".."
     if (below(40) == 0) result.insert(0, NAME_MAX - result.size(), 'L');
     return result;
@@ -127,27 +116,16 @@ class SampleTree {
     const std::string path = root_ + name;
     std::ofstream(path) << content(largest);
     mode_t mode = 0400 | static_cast<mode_t>(below(010000));
-    if (below(2) == 0) {
-      addAttributes(path);
-      mode |= 0200;  // attributes can only be set on a file that its owner may write
+    if (below(2) == 0) mode |= 0200;
+    // Attributes can only be set on a file that its owner may write; not all file systems take the larger
+    // ones.
+    static constexpr std::array<std::size_t, 6> kSizes = {0, 1, 50, 300, 2000, 60000};
+    for (std::uint64_t i = (mode & 0200) != 0 ? below(4) : 0; i > 0; --i) {
+      const std::string value = bytes(kSizes.at(below(kSizes.size())));
+      (void)setxattr(path.c_str(), ("user.\xe9" + std::to_string(i)).c_str(), value.data(), value.size(), 0);
     }
     EXPECT_EQ(chmod(path.c_str(), mode), 0) << path;
     files_.push_back({name, {time(), time()}, mode});
-  }
-
-  void addAttributes(const std::string& path) {
-    if (below(2) == 0) {
-      test::setXattr(path, "user.ltfs.startblock", std::to_string(below(1'000'000)));
-      test::setXattr(path, "user.ltfs.partition", below(2) == 0 ? "a" : "b");
-      test::setXattr(path, "user.ltfs.volumeUUID", std::string(36, static_cast<char>('0' + below(3))));
-    }
-    static constexpr std::array<std::size_t, 6> kSizes = {0, 1, 50, 300, 2000, 60000};
-    for (std::uint64_t i = below(4); i > 0; --i) {
-      const std::string name = "user.sample \xe9" + std::to_string(i);
-      const std::string value = bytes(kSizes.at(below(kSizes.size())));
-      // Not all file systems take the larger ones.
-      (void)setxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0);
-    }
   }
 
   const std::string root_;  // ends with a slash
@@ -155,41 +133,38 @@ class SampleTree {
   std::vector<File> files_;
 };
 
-// Copies a tree of `count` files with each of the sizes and once again with -sparse.
-void expectEqualCopies(std::uint64_t seed, int count, std::size_t largest,
-                       const std::vector<std::vector<std::string>>& sizes) {
-  const CopyScene scene;
-  const SampleTree tree(scene.source(""), seed, count, largest);
-  for (std::vector<std::string> options : sizes) {
+TEST(Copy, bytesTimesModesAndAttributesAreTheSourcesWhateverTheBufferSize) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  const int many = 500;  // sanitizers make a copy of many small files slow
+#else
+  const int many = 1500;
+#endif
+  struct Row {
+    int count;
+    std::size_t largest;
+    const char* buffer;
+    const char* total;
+  };
+  for (const Row& row : {Row{many, 4 << 20, "4096", "64KB"}, Row{many, 4 << 20, "512KB", "64MB"},
+                         Row{many, 4 << 20, "8MB", "128MB"}, Row{100, 20000, "1B", "300B"},
+                         Row{100, 20000, "7B", "7B"}, Row{100, 20000, "4096", "4097"}}) {
+    const CopyScene scene;
+    const SampleTree tree(scene.source(""), 1, row.count, row.largest);
     for (const bool sparse : {false, true}) {
-      options.push_back(sparse ? "-sparse" : "-recursive");
+      SCOPED_TRACE(std::string(row.buffer) + (sparse ? " sparse" : ""));
       tree.restoreTimes();
       const mode_t umask = sparse ? 027 : 0;
-      const ProgramRun run = scene.copy(options, {.umask = umask});
+      const ProgramRun run = scene.copy(
+          {"-recursive", sparse ? "-sparse" : "-sparse=disable", std::string("-buffer-size=") + row.buffer,
+           std::string("-total-buffer-size=") + row.total},
+          {.umask = umask});
       EXPECT_EQ(run.status, 0) << run;
-      EXPECT_EQ(run.count(text(msg::kWriterModuleFilesCopied, count)), 1) << run;
+      EXPECT_EQ(run.count(text(msg::kWriterModuleFilesCopied, row.count)), 1) << run;
       EXPECT_EQ(run.err.find("WARNING Error"), std::string::npos);
-      EXPECT_EQ(tree.differences(scene.destination(""), umask), "") << testing::PrintToString(options);
+      tree.expectCopied(scene.destination(""), umask);
       scene.removeCopies();
     }
   }
-}
-
-TEST(Copy, bytesTimesModesAndAttributesAreTheSourcesWhateverTheBufferSize) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  const int count = 500;  // sanitizers make a copy of many small files slow
-#else
-  const int count = 1500;
-#endif
-  expectEqualCopies(1, count, 4 << 20,
-                    {{"-buffer-size=4096", "-total-buffer-size=64KB"}, {}, {"-buffer-size=8MB"}});
-}
-
-TEST(Copy, bytesArriveThroughTheSmallestBuffersAndRings) {
-  expectEqualCopies(2, 100, 20000,
-                    {{"-buffer-size=1B", "-total-buffer-size=300B"},
-                     {"-buffer-size=7B", "-total-buffer-size=7B"},
-                     {"-buffer-size=4096", "-total-buffer-size=4097"}});
 }
 
 TEST(Copy, aReadOnlyFileOfAnOrdinaryUserLosesItsAttributesWithAWarningEach) {
@@ -205,27 +180,20 @@ TEST(Copy, aReadOnlyFileOfAnOrdinaryUserLosesItsAttributesWithAWarningEach) {
   EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
 }
 
+// The hole is one buffer, at the level that tells of buffers as well.
 TEST(Copy, existingDestinationsTakeTheContentAndKeepTheirMode) {
   const CopyScene scene;
-  chmod(scene.addSource("a", "short").c_str(), 0600);
-  for (const char* mode : {"-sparse=disable", "-sparse"}) {
-    const std::string path = scene.addDestination("a", std::string(300000, 'x'));
-    chmod(path.c_str(), 0644);
-    EXPECT_EQ(scene.copy({mode}).status, 0);
-    EXPECT_EQ(scene.copied(), (Contents{{"a", "short"}})) << mode;
-    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0644));
-  }
-}
-
-// At the levels that tell of buffers as well.
-TEST(Copy, aHoleIsOneBuffer) {
-  const CopyScene scene;
   const std::string source = scene.addSource("a", "data");
+  chmod(source.c_str(), 0600);
   std::filesystem::resize_file(source, 10000003);
-  for (const char* level : {"PROGRESS", "DEBUG"}) {
-    const ProgramRun run = scene.copy({"-sparse", "-buffer-size=128KB", "-loglevel=" + std::string(level)});
-    EXPECT_EQ(run.count(text(msg::kFileWriterBuffer, source)), 2) << run;
-    EXPECT_EQ(scene.copied(), (Contents{{"a", "data" + std::string(9999999, '\0')}}));
+  for (const char* mode : {"-sparse=disable", "-sparse"}) {
+    const std::string path = scene.addDestination("a", std::string(10300000, 'x'));
+    chmod(path.c_str(), 0644);
+    const ProgramRun run = scene.copy({mode, "-buffer-size=1MB", "-loglevel=DEBUG"});
+    EXPECT_EQ(run.count(text(msg::kFileWriterBuffer, source)), mode == std::string("-sparse") ? 2 : 10)
+        << run;
+    EXPECT_TRUE(scene.copied() == (Contents{{"a", "data" + std::string(9999999, '\0')}})) << mode;
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0644));
   }
 }
 
@@ -243,45 +211,31 @@ TEST(Copy, runsAtTheSameTimeMakeTheSameDirectories) {
   EXPECT_EQ(scene.copied().size(), 40U * 8);
 }
 
-// Where a file belongs: volume, partition, block, and the name of one that has none of these.
-using Place = std::tuple<std::string, int, long long, std::string>;
-
-// Makes `count` sources: most with a position of their own, the others without, some of those empty.
-std::vector<std::pair<Place, std::string>> placeFiles(const CopyScene& scene, int count) {
-  std::mt19937_64 random(3);
-  std::vector<std::pair<Place, std::string>> files;
-  Place previous;  // of the last file with a position: an empty one without goes there
-  for (int i = 0; i < count; ++i) {
-    const std::string name = std::to_string(random() % 100000) + "-" + std::to_string(i);
-    const std::uint64_t kind = i == 0 ? 9 : random() % 10;
-    const std::string path = scene.addSource(name, kind == 0 ? "" : "data");
-    if (kind > 2) {
-      const std::string volume(36, static_cast<char>('a' + random() % 4));
-      const char partition = "ab\xc3"[random() % 3];
-      const long long block = static_cast<long long>(random() % 5000) * count + i - 1000;
-      test::setXattr(path, "user.ltfs.startblock", std::to_string(block));
-      test::setXattr(path, "user.ltfs.partition", std::string(1, partition));
-      test::setXattr(path, i % 2 == 0 ? "user.ltfs.volumeUUID" : "user.ltfs.volume_uuid", volume);
-      previous = {volume, static_cast<signed char>(partition), block, ""};
-    }
-    files.emplace_back(kind == 1 || kind == 2 ? Place{"", 0, 0, name} : previous, name);
-  }
-  return files;
-}
-
 TEST(Copy, filesAreReadByVolumePartitionAndBlockAfterThoseWithoutPosition) {
   const CopyScene scene;
-  auto files = placeFiles(scene, 600);
   CopyScene::Pairs pairs;
-  for (const auto& [place, name] : files) pairs.emplace_back(scene.source(name), scene.destination(name));
+  std::vector<std::string> expected;
+  const auto add = [&](const std::string& name) {
+    pairs.emplace_back(scene.addSource(name, "data"), scene.destination(name));
+    expected.push_back(pairs.back().first + " to " + pairs.back().second);
+    return pairs.back().first;
+  };
+  for (const char* name : {"1", "2", "3"}) add(name);
+  int name = 1000;  // falls where blocks rise
+  for (const char volume : {'a', 'b', 'c'}) {
+    for (const char* partition : {"\xc3", "a", "b"}) {
+      for (const char* block : {"-1000", "-7", "0", "5", "40", "300", "3000000000"}) {
+        const std::string path = add(std::to_string(--name));
+        test::setXattr(path, "user.ltfs.startblock", block);
+        test::setXattr(path, "user.ltfs.partition", partition);
+        test::setXattr(path, name % 2 == 0 ? "user.ltfs.volumeUUID" : "user.ltfs.volume_uuid",
+                       std::string(36, volume));
+      }
+    }
+  }
+  std::shuffle(pairs.begin(), pairs.end(), std::mt19937_64(3));
   const ProgramRun run = scene.copyBatch(pairs);
   EXPECT_EQ(run.status, 0);
-
-  std::stable_sort(files.begin(), files.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  std::vector<std::string> expected;
-  for (const auto& [place, name] : files)
-    expected.push_back(scene.source(name) + " to " + scene.destination(name));
   EXPECT_EQ(run.linesAfter("Copy "), expected);
 }
 

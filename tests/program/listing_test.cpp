@@ -56,43 +56,34 @@ TEST(Listing, wildcardsOfABatchFileAreLookedForInTheLastComponentOfAPatternOnly)
   }
 }
 
-TEST(Listing, linksAreFollowedAndWhatIsNoFileIsLeftOut) {
+TEST(Listing, linksAreFollowedWhatIsNoFileIsLeftOutAndWhatCannotBeExaminedTold) {
   const CopyScene scene;
   const std::string target = scene.dir().file("elsewhere/file", "linked");
-  scene.addSource("a/file");
-  std::filesystem::create_symlink(target, scene.source("link"));
-  std::filesystem::create_symlink(scene.dir() / "elsewhere", scene.source("linked dir"));
-  std::filesystem::create_symlink("nowhere", scene.source("dangling"));
-  std::filesystem::create_symlink("..", scene.source("a/loop"));
+  for (const char* name : {"a/file", "locked/b", "unsearched/c", "unsearched/d"}) scene.addSource(name);
+  for (const auto& [to, link] : std::map<std::string, std::string>{{target, "link"},
+                                                                   {scene.dir() / "elsewhere", "linked dir"},
+                                                                   {"nowhere", "dangling"},
+                                                                   {"itself", "itself"},
+                                                                   {"..", "a/loop"}})
+    std::filesystem::create_symlink(to, scene.source(link));
   ASSERT_EQ(mkfifo(scene.source("fifo").c_str(), 0600), 0);
+  chmod(scene.source("locked").c_str(), 0);
+  chmod(scene.source("unsearched").c_str(), 0400);
   const ProgramRun run = scene.copy({"-recursive"});
-  EXPECT_EQ(run.status, 0) << run;
+  for (const char* name : {"locked", "unsearched"}) chmod(scene.source(name).c_str(), 0700);
+  EXPECT_EQ(run.status, 1) << run;
   EXPECT_EQ(scene.copied(), (Contents{{"a", "<dir>"},
                                       {"a/file", "new"},
                                       {"link", "linked"},
                                       {"linked dir", "<dir>"},
                                       {"linked dir/file", "linked"}}));
   EXPECT_EQ(run.count(text(msg::kFileListerDirectoryLoop, scene.source("a/loop"))), 1) << run;
+  for (const auto& [name, error] :
+       std::map<std::string, int>{{"itself", ELOOP}, {"locked", EACCES}, {"unsearched", EACCES}})
+    EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source(name), strerror(error))), 1) << run;
+  EXPECT_EQ(run.linesAfter("FRM:getList - ERROR"), std::vector<std::string>{}) << run;
   for (const char* silent : {"dangling", "fifo"})
     EXPECT_EQ((run.out + run.err).find(silent), std::string::npos) << run;
-}
-
-TEST(Listing, whatCannotBeExaminedIsToldAndTheRestCopied) {
-  const CopyScene scene;
-  scene.addSource("a");
-  scene.addSource("locked/b");
-  std::filesystem::create_symlink("itself", scene.source("itself"));
-  for (const char* name : {"unsearched/c", "unsearched/d"}) scene.addSource(name);
-  chmod(scene.source("locked").c_str(), 0);
-  chmod(scene.source("unsearched").c_str(), 0400);
-  const ProgramRun run = scene.copy({"-recursive"});
-  for (const char* name : {"locked", "unsearched"}) chmod(scene.source(name).c_str(), 0700);
-  EXPECT_EQ(run.status, 1) << run;
-  EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source("itself"), strerror(ELOOP))), 1) << run;
-  for (const char* name : {"locked", "unsearched"})
-    EXPECT_EQ(run.count(text(msg::kFileListerCannotOpen, scene.source(name), strerror(EACCES))), 1) << run;
-  EXPECT_EQ(run.linesAfter("FRM:getList - ERROR"), std::vector<std::string>{}) << run;
-  EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}}));
 }
 
 TEST(Listing, theVendorIsLookedForOnBothSidesUpToTheNearestExistingDirectory) {
@@ -143,40 +134,34 @@ TEST(SameFile, asBothEndsOfDifferentPairsEndsTheRunBeforeAByteIsWritten) {
   const std::string b = scene.addSource("b", "content of b");
   const std::string x = scene.addDestination("x");
   const std::string y = scene.destination("y");
-  const std::string hardA = scene.destination("hard a");
-  const std::string hardB = scene.destination("hard b");
-  const std::string linkX = scene.destination("link x");
-  const std::string doubledY = scene.dir().path() + "//target/./y";
-  const std::string yViaDir = scene.source("dir/y");
-  const std::string yViaMissing = scene.destination("missing/../y");
-  const std::string yViaLinks = scene.destination("dangling again");
+  const std::string z = scene.destination("z");
+  const std::string hard = scene.destination("hard");
+  const std::string linkX = scene.destination("link");
   const std::string deepY = scene.destination("missing/y");
-  const std::string deepYViaLink = scene.source("dangling dir/y");
-  std::filesystem::create_symlink("y", scene.destination("dangling"));
-  std::filesystem::create_symlink(scene.destination("dangling"), yViaLinks);
-  std::filesystem::create_symlink("../target/missing", scene.source("dangling dir"));
-  std::filesystem::create_hard_link(a, hardA);
-  std::filesystem::create_hard_link(b, hardB);
+  std::filesystem::create_hard_link(b, hard);
   std::filesystem::create_symlink(x, linkX);
+  std::filesystem::create_symlink("y", scene.destination("dangling"));
+  std::filesystem::create_symlink(scene.destination("dangling"), scene.destination("dangling again"));
+  std::filesystem::create_symlink("../target/missing", scene.source("dangling dir"));
   std::filesystem::create_symlink(scene.destination(""), scene.source("dir"));
-  const std::vector<std::pair<CopyScene::Pairs, std::string>> rows = {
-      {{{a, x}, {x, y}}, text(msg::kCopyListConflictChain, a, x, y)},
-      {{{x, y}, {a, x}}, text(msg::kCopyListConflictChain, a, x, y)},
-      {{{a, b}, {b, a}}, text(msg::kCopyListConflictChain, a, b, a)},
-      {{{b, hardA}, {a, x}}, text(msg::kCopyListConflictChain, b, a, x)},
-      {{{b, y}, {a, hardB}}, text(msg::kCopyListConflictChain, a, hardB, y)},
-      {{{a, y}, {b, y}}, text(msg::kCopyListConflictSameDestination, a, b, y)},
-      {{{a, x}, {b, linkX}}, text(msg::kCopyListConflictSameDestination, a, b, linkX)},
-      {{{a, y}, {b, doubledY}}, text(msg::kCopyListConflictSameDestination, a, b, doubledY)},
-      {{{a, y}, {b, yViaDir}}, text(msg::kCopyListConflictSameDestination, a, b, yViaDir)},
-      {{{a, y}, {b, yViaMissing}}, text(msg::kCopyListConflictSameDestination, a, b, yViaMissing)},
-      {{{a, yViaLinks}, {b, y}}, text(msg::kCopyListConflictSameDestination, a, b, y)},
-      {{{a, deepY}, {b, deepYViaLink}}, text(msg::kCopyListConflictSameDestination, a, b, deepYViaLink)},
-      // A missing source that an earlier pair makes.
-      {{{a, y}, {y, scene.destination("z")}},
-       text(msg::kCopyListConflictChain, a, y, scene.destination("z"))},
-      // The first of two clashes.
-      {{{a, y}, {b, x}, {x, a}}, text(msg::kCopyListConflictChain, x, a, y)}};
+  const auto chain = [](auto&... names) { return text(msg::kCopyListConflictChain, names...); };
+  const auto same = [&](const std::string& to) {
+    return text(msg::kCopyListConflictSameDestination, a, b, to);
+  };
+  std::vector<std::pair<CopyScene::Pairs, std::string>> rows = {
+      {{{a, x}, {x, y}}, chain(a, x, y)},
+      {{{x, y}, {a, x}}, chain(a, x, y)},
+      {{{a, b}, {b, a}}, chain(a, b, a)},
+      {{{b, y}, {a, hard}}, chain(a, hard, y)},
+      {{{a, hard}, {b, y}}, chain(a, b, y)},
+      {{{a, x}, {b, linkX}}, same(linkX)},
+      {{{a, scene.destination("dangling again")}, {b, y}}, same(y)},
+      {{{a, deepY}, {b, scene.source("dangling dir/y")}}, same(scene.source("dangling dir/y"))},
+      {{{a, y}, {y, z}}, chain(a, y, z)},           // a missing source that an earlier pair makes
+      {{{a, y}, {b, x}, {x, a}}, chain(x, a, y)}};  // the first of two clashes
+  for (const std::string& other :
+       {y, scene.dir().path() + "//target/./y", scene.source("dir/y"), scene.destination("missing/../y")})
+    rows.push_back({{{a, y}, {b, other}}, same(other)});
   // A long list is probed ahead by another thread; the clash is with pairs far before.
   CopyScene::Pairs others;
   for (int i = 0; i < 3000; ++i) {

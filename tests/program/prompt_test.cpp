@@ -57,18 +57,6 @@ TEST_F(Prompt, answersDecideFileByFile) {
   }
 }
 
-TEST_F(Prompt, noToAllIsAWarning) {
-  test::setXattr(scene_.addSource("a"), "user.ltfs.softwareVendor", "VOQ");
-  scene_.addDestination("a");
-  for (const std::map<int, int>& replaced : {std::map<int, int>{}, {{0, -1}}}) {
-    const ProgramRun run = scene_.copy({"-interactive", "-ignore-vendor-check=disable"},
-                                       {.input = "n\n", .descriptors = replaced});
-    EXPECT_EQ(run.status, 0) << run;
-    EXPECT_EQ(run.count(text(msg::kCopyListNoSourceFiles)), 1) << run;
-    EXPECT_EQ(overwritten(), "");
-  }
-}
-
 TEST_F(Prompt, aSignalEndsTheWaitForAnAnswerAndNothingIsCopied) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     RunningProgram program(interactiveBatch());

@@ -80,18 +80,6 @@ TEST(TapeVolume, virtualAttributesRefusedAtTheDestinationCostAWarningEach) {
   EXPECT_EQ(test::getXattr(to / "new/deep/a", "user.mine"), "kept");
 }
 
-TEST(TapeVolume, copiesOfOrdinaryFilesToItSucceedWithoutAWarning) {
-  MountedVolume volume({});
-  SKIP_UNLESS_MOUNTED(volume);
-  const test::TempDir source;
-  const std::string path = source.file("large", content('l', 3000000));
-  for (const char* mode : {"-sparse=disable", "-sparse"}) {
-    const ProgramRun run = copyTree(source.path(), volume.path(), mode);
-    EXPECT_EQ(run.count(text(msg::kFileWriterStatusSuccess, path, volume / "large")), 1) << run;
-    EXPECT_TRUE(test::readFile(volume.backing("large")) == content('l', 3000000));
-  }
-}
-
 TEST(TapeVolume, aBlockThatCannotBeReadEndsTheRunAndLeavesNoHalfFile) {
   MountedVolume volume({{"first", content('1', 3 * kBlock), 'b', 100},
                         {"broken", content('2', 40 * kBlock), 'b', 200},

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -35,7 +34,7 @@ void closeIfOpen(int& fd) {
   fd = -1;
 }
 
-// Appends what can be read to `to`. Closes the descriptor at the end; a terminal ends with an error.
+// Appends what can be read to `to`. Closes the descriptor at the end.
 void drain(int& fd, std::string& to) {
   std::array<char, 65536> piece{};
   const ssize_t n = read(fd, piece.data(), piece.size());
@@ -48,7 +47,7 @@ void drain(int& fd, std::string& to) {
 
 // In the child. Returns whether all could be had.
 bool enterSurroundings(const ProgramOptions& options) {
-  bool entered = !options.onTerminal || (setsid() > 0 && ioctl(STDIN_FILENO, TIOCSCTTY, 0) == 0);
+  bool entered = true;
   for (const int number : options.ignoredSignals) std::signal(number, SIG_IGN);
   for (const auto& [resource, value] : options.limits) {
     const rlimit limit{value, value};
@@ -89,25 +88,18 @@ RunningProgram::RunningProgram(const std::vector<std::string>& args, const Progr
   std::signal(SIGPIPE, SIG_IGN);  // a child that has ended reads nothing more
   // Findings must not pass for the program's own status 1.
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS"}) setenv(name, "exitcode=99", 0);
-  std::array<int, 3> theirs{};
-  if (options.onTerminal) {
-    input_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    require(input_ >= 0 && grantpt(input_) == 0 && unlockpt(input_) == 0, "terminal");
-    for (int& fd : theirs) fd = open(ptsname(input_), O_RDWR | O_NOCTTY | O_CLOEXEC);
-    outputs_[0] = fcntl(input_, F_DUPFD_CLOEXEC, 0);
-  } else {
-    std::array<std::array<int, 2>, 3> pipes{};
-    for (auto& ends : pipes) require(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
-    theirs = {pipes[0][0], pipes[1][1], pipes[2][1]};
-    input_ = pipes[0][1];
-    outputs_ = {pipes[1][0], pipes[2][0]};
-  }
+  std::array<std::array<int, 2>, 3> pipes{};
+  for (auto& ends : pipes) require(pipe2(ends.data(), O_CLOEXEC) == 0, "pipe");
+  std::array<int, 3> theirs = {pipes[0][0], pipes[1][1], pipes[2][1]};
+  input_ = pipes[0][1];
+  outputs_ = {pipes[1][0], pipes[2][0]};
   if (options.input) {
     close(theirs[0]);
     theirs[0] = memfd_create("input", MFD_CLOEXEC);
     require(pwrite(theirs[0], options.input->data(), options.input->size(), 0) >= 0, "memfd");
   }
-  model::ChildSetup setup{.words = {options.program.empty() ? TAMRIX_PROGRAM : options.program}, .environment = options.environment};
+  model::ChildSetup setup{.words = {options.program.empty() ? TAMRIX_PROGRAM : options.program},
+                          .environment = options.environment};
   setup.words.insert(setup.words.end(), args.begin(), args.end());
   for (int number = 0; number < 3; ++number) setup.descriptors[number] = theirs.at(std::size_t(number));
   for (const auto& [number, other] : options.descriptors) setup.descriptors[number] = other;

@@ -28,7 +28,6 @@ struct ProgramOptions {
   std::vector<int> ignoredSignals = {};
   mode_t umask = 022;
   std::string program = {};  // empty: tamrix
-  bool onTerminal = false;  // the three streams are a terminal of the run's own; what it shows is `out`
 };
 
 // What came of a run.
