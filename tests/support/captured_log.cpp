@@ -41,24 +41,6 @@ std::string CapturedLog::logText() const { return contentOf(logFd_); }
 
 std::string CapturedLog::outputText() const { return contentOf(outputFd_); }
 
-std::vector<std::string> CapturedLog::logLines() const {
-  std::vector<std::string> lines;
-  const std::string text = logText();
-  for (std::size_t at = 0; at < text.size();) {
-    const std::size_t end = text.find('\n', at);
-    lines.push_back(text.substr(at, end - at));
-    if (end == std::string::npos) break;
-    at = end + 1;
-  }
-  return lines;
-}
-
-void CapturedLog::clear() {
-  if (ftruncate(logFd_, 0) != 0 || ftruncate(outputFd_, 0) != 0) std::abort();
-  lseek(logFd_, 0, SEEK_SET);
-  lseek(outputFd_, 0, SEEK_SET);
-}
-
 int CapturedLog::countLines(const std::string& text, const std::string& line) {
   const std::string whole = "\n" + text;
   const std::string wanted = "\n" + line + "\n";

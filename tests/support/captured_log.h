@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "log/logger.h"
 
@@ -22,7 +21,6 @@ class CapturedLog {
   // All that was written so far.
   std::string logText() const;
   std::string outputText() const;
-  std::vector<std::string> logLines() const;
 
   // How many lines (of plain lines only: outputCount) are exactly this message with these arguments.
   template <class... Args>
@@ -33,8 +31,6 @@ class CapturedLog {
   int outputCount(MessageId<Args...> id, std::type_identity_t<Args>... args) const {
     return countLines(outputText(), logger_.format(id, args...));
   }
-  // Forgets what was written.
-  void clear();
 
  private:
   static int countLines(const std::string& text, const std::string& line);

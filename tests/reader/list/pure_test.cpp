@@ -6,12 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "reader/record/number_table.h"
 #include "reader/list/path_identity.h"
 #include "reader/list/wildcard.h"
 #include "reader/record/extent.h"
 #include "reader/record/file_c.h"
-#include "tests/support/captured_log.h"
 
 namespace tamrix {
 namespace {
@@ -100,7 +98,7 @@ TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
       EXPECT_EQ(extentLess(ordered[i], ordered[j]), i < j) << i << ' ' << j;
     }
   }
-  // On random records it is an order, sorting agrees with it and leaves equal ones as they were.
+  // On random records it is an order.
   std::minstd_rand random(1);
   std::vector<Extent> copies;
   for (int i = 0; i < 100; ++i) {
@@ -117,58 +115,6 @@ TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
         ASSERT_TRUE(!same || extentLess(a, c) == extentLess(b, c));
       }
     }
-  }
-  std::ranges::shuffle(copies, random);
-  std::vector<Extent*> sorted;
-  for (Extent& each : copies) sorted.push_back(&each);
-  std::vector<Extent*> expected = sorted;
-  std::ranges::stable_sort(expected, [](const Extent* a, const Extent* b) { return extentLess(*a, *b); });
-  sortInTapeOrder(sorted);
-  EXPECT_EQ(sorted, expected);
-}
-
-TEST(NumberTable, findsEveryNumberHoweverTheHashesFall) {
-  constexpr std::size_t kCount = 3000;
-  for (const std::size_t stride : {std::size_t{0}, std::size_t{1}, std::size_t{4096}, std::size_t{1} << 40}) {
-    NumberTable table;
-    const auto find = [&](std::size_t number) {
-      return table.find(number * stride, [&](NumberTable::Number found) { return found == number; });
-    };
-    for (std::size_t i = 0; i < kCount; ++i) {
-      ASSERT_EQ(find(i), NumberTable::kNone) << stride;
-      table.add(i * stride, static_cast<NumberTable::Number>(i));
-    }
-    for (std::size_t i = 0; i < kCount; ++i) ASSERT_EQ(find(i), i) << stride;
-  }
-}
-
-TEST(EaList, keepsOrderAndBytesAndIsLookedUpWithinItsLimits) {
-  test::CapturedLog captured;
-  struct stat status {};
-  FileC file("/s", "/d", status);
-  const std::string nul("x\0y", 3);
-  const std::string longName(255, 'n');
-  const std::string longValue(255, 'v');
-  const std::string big(256, 'b');
-  const std::vector<std::pair<std::string, std::string>> attributes = {
-      {"user.z", nul},    {"user.a", "1"},   {longName, longValue},
-      {"user.empty", ""}, {"user.big", big}, {"user.zeros", std::string(70000, '\0')}};
-  for (const auto& [name, value] : attributes) file.eaList.add(name, value.data(), value.size());
-  std::vector<std::pair<std::string, std::string>> seen;
-  for (const ExtendedAttr& attr : file.eaList) {
-    EXPECT_EQ(attr.value == nullptr, attr.valueLength == 0);
-    seen.emplace_back(attr.name, attr.value == nullptr ? "" : std::string(attr.value, attr.valueLength));
-  }
-  EXPECT_EQ(seen, attributes);
-
-  // Looked up: values of 1 to 255 bytes, up to their first zero byte; names of 1 to 255 bytes.
-  const std::pair<std::string, std::string> rows[] = {
-      {"user.a", "1"}, {longName, longValue}, {"user.z", "x"},     {"user.none", ""}, {"user.empty", ""},
-      {"", ""},        {"user.big", ""},      {longName + "n", ""}};
-  for (const auto& [name, expected] : rows) {
-    std::string value;
-    EXPECT_EQ(file.getEA(name, value), expected.empty() ? 1 : 0) << name;
-    EXPECT_TRUE(expected.empty() || value == expected) << name;
   }
 }
 
