@@ -169,15 +169,14 @@ TEST(BatchXmlReader, hugeTextAndDeepNestingAreRefusedAtTheParsersBounds) {
     for (int i = 0; i < 2 * depth; ++i) text += i < depth ? "<a>" : "</a>";
     return text + "</params></tamrixspec>";
   };
-  for (const auto& [document, accepted] : {std::pair(named(1000000), true),
-                                           {named(11000000), false},
-                                           {nested(200), true},
-                                           {nested(300), false},
-                                           {nested(1000000), false}}) {
+  const auto isAccepted = [&dir](const std::string& document) {
     const CapturedLog captured(kUrgent);
-    EXPECT_EQ(BothPasses(dir.file("batch.xml", document)).accepted(), accepted) << document.size();
+    const bool accepted = BothPasses(dir.file("batch.xml", document)).accepted();
     EXPECT_EQ(captured.logText().empty(), accepted) << captured.logText();
-  }
+    return accepted;
+  };
+  EXPECT_TRUE(isAccepted(named(1000000)) && isAccepted(nested(200)));
+  EXPECT_FALSE(isAccepted(named(11000000)) || isAccepted(nested(300)) || isAccepted(nested(1000000)));
 }
 
 }  // namespace

@@ -39,10 +39,8 @@ CapturedLog::~CapturedLog() {
 
 std::string CapturedLog::logText() const { return contentOf(logFd_); }
 
-std::string CapturedLog::outputText() const { return contentOf(outputFd_); }
-
-int CapturedLog::countLines(const std::string& text, const std::string& line) {
-  const std::string whole = "\n" + text;
+int CapturedLog::countLines(const std::string& line) const {
+  const std::string whole = "\n" + logText() + contentOf(outputFd_);
   const std::string wanted = "\n" + line + "\n";
   int count = 0;
   for (std::size_t at = whole.find(wanted); at != std::string::npos; at = whole.find(wanted, at + 1)) ++count;

@@ -18,22 +18,17 @@ class CapturedLog {
 
   Logger& logger() { return logger_; }
 
-  // All that was written so far.
+  // All log lines so far.
   std::string logText() const;
-  std::string outputText() const;
 
-  // How many lines (of plain lines only: outputCount) are exactly this message with these arguments.
+  // How many lines of the log and of plain output are exactly this message with these arguments.
   template <class... Args>
   int count(MessageId<Args...> id, std::type_identity_t<Args>... args) const {
-    return countLines(logText() + outputText(), logger_.format(id, args...));
-  }
-  template <class... Args>
-  int outputCount(MessageId<Args...> id, std::type_identity_t<Args>... args) const {
-    return countLines(outputText(), logger_.format(id, args...));
+    return countLines(logger_.format(id, args...));
   }
 
  private:
-  static int countLines(const std::string& text, const std::string& line);
+  int countLines(const std::string& line) const;
 
   const int logFd_;
   const int outputFd_;

@@ -75,7 +75,7 @@ TEST_F(RingTest, aWaitOutlastsItsRoundsUntilASlotOrAStopComes) {
     pass(ring, 1, 1);
     stopped = ring.getBufferSlot(1, slot);
   });
-  while (captured_.outputCount(msg::kRingTimeoutNotice, 1) < 2) std::this_thread::yield();
+  while (captured_.count(msg::kRingTimeoutNotice, 1) < 2) std::this_thread::yield();
   pass(ring, 0, 1);
   while (ring.ownedBy(0).head == BufferQ::kStarved) std::this_thread::yield();
   globals_.stopPipeline();

@@ -40,12 +40,7 @@ TEST(Audit, figuresOfLists) {
       {"side by side", {{"a", 1001, 'b', 10}, {"b", 999, 'b', 12}}, 1, 3, 3, 0},
       {"apart", {{"a", 10, 'b', 10}, {"b", 10, 'b', 20}}, 2, 11, 2, 82},
       {"one that ends on a block counts one more", {{"a", 1001, 'b', 0}, {"b", 2000, 'b', 3}}, 1, 6, 4, 34},
-      {"an empty file reports no gap and moves nothing",
-       {{"a", 1000, 'b', 0}, {"b", 0, 'b', 7}, {"c", 1000, 'b', 8}},
-       1,
-       10,
-       2,
-       80},
+      {"an empty file, no gap", {{"a", 1000, 'b', 0}, {"b", 0, 'b', 7}, {"c", 1000, 'b', 8}}, 1, 10, 2, 80},
       {"second partition behind the first", {{"a", 1000, 'a', 100}, {"b", 1000, 'b', 10}}, 2, -88, 2, 102},
       {"second ends where the first begins", {{"a", 1000, 'a', 11}, {"b", 0, 'b', 10}}, 1, 0, 1, 0},
   };
