@@ -110,7 +110,7 @@ Times copyOnce(Between stages, Cores cores) {
   if (list.getList() != 0) std::abort();
   RunFiles files(list.extents());
   modules.push_back(
-      std::make_unique<Pinned<FileReaderModule>>(globals, options, cores.copying, copying, list));
+      std::make_unique<Pinned<FileReaderModule>>(globals, options, cores.copying, copying, list, &files));
   if (stages == Between::kIdleStages) {
     for (int i = 0; i < 2; ++i) {
       modules.push_back(std::make_unique<Pinned<IdleModule>>(globals, options, cores.stages, between));
