@@ -134,15 +134,13 @@ TEST(AuditProgram, reportsAreWholeOrNotThere) {
     int error;
     ProgramOptions options = {};
   };
-  const Case cases[] = {
-      {dir / "out/new", EFBIG, {.limits = {{RLIMIT_FSIZE, 20}}}},
-      {dir / "out/old", EFBIG, {.limits = {{RLIMIT_FSIZE, 20}}}},
-      {dir / "out", EISDIR},
-      {"/dev/null", EINVAL},
-      {dir / "missing/new", ENOENT},
-      {source, EEXIST},
-  };
-  for (const Case& c : cases) {
+  const ProgramOptions small = {.limits = {{RLIMIT_FSIZE, 20}}};
+  for (const Case& c : std::vector<Case>{{dir / "out/new", EFBIG, small},
+                                         {dir / "out/old", EFBIG, small},
+                                         {dir / "out", EISDIR},
+                                         {"/dev/null", EINVAL},
+                                         {dir / "missing/new", ENOENT},
+                                         {source, EEXIST}}) {
     const ProgramRun run = audit(dir, {"-audit=files", "-report=" + c.report}, c.options);
     EXPECT_EQ(run.status, 1) << run;
     EXPECT_EQ(run.count(text(msg::kManagerReportFailed, c.report, std::strerror(c.error))), 1) << run;

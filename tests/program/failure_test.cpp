@@ -114,7 +114,9 @@ TEST(Interrupt, whereverTheRunIsItEndsWithWholeFilesOrNone) {
     std::string words;
     std::string never = "-";  // a line that comes later
   };
-  std::vector<Row> rows;
+  // Waits for an answer.
+  const std::string asked = text(msg::kCopyListOverwrite, scene.addDestination("many/0", "x"));
+  std::vector<Row> rows = {{scene.args({"-recursive", "-interactive"}), asked}};
   for (const std::string& words : {std::string(),  // as soon as it is started
                                    std::string("FRM:SFLgetNextFile - Next file"), copying,
                                    text(msg::kRingStarved, 0), text(msg::kRingStarved, 1)})
