@@ -12,7 +12,7 @@
 //   audit             the report of a tape audit
 //   tape_layout       gaps, sums and pieces of each partition; volume_map draws them
 //   audit_results     what an audit ends with: sums, map, and audit_report, the file of JSON lines
-// reader/stage/     file_reader_module, the first stage: reads the files in tape order
+// reader/stage/     file_reader_module, the first stage: reads the files in tape order; open_source, one of them
 // writer/           the stages after it
 //   file_writer_module  the last stage: buffers into destinations
 //   open_destination  one destination from its opening to its end; open_for_writing, make_subdir and copied_times help
@@ -29,7 +29,7 @@
 // pipeline/stage/   what every stage is
 //   stages            the three kinds of stage and their loops; module is their base, thread its base
 //   module_checksum   comparing and storing checksums
-//   globals           what all stages share
+//   globals           what all stages share; run_event wakes the main thread
 // pipeline/ring/    buffer_q, the ring: how buffers travel; buffer_pool makes it, size_text reads sizes
 // reader/record/    file_c, extended_attr, extent: what buffers point at
 //   run_files         which files a run reads and writes, by device and inode; file_identity, number_table

@@ -14,7 +14,7 @@
 namespace tamrix {
 
 // Purpose: answers for a file that was opened to be written, by device and inode, whether it is a source of
-// the run or a destination that the run has opened before. About 20 bytes per file, all taken by the
+// the run or a destination that the run has opened before. About 40 bytes per file, all taken by the
 // constructor. Threads: see each operation. Lifetime: a run's; the extents outlive it.
 class RunFiles {
  public:
@@ -27,7 +27,7 @@ class RunFiles {
   // The file that was written to `identity`; null when there is none. The writer's thread.
   const FileC* findWritten(const FileIdentity& identity) const;
 
-  // Notes that the file at `position` of the copy list is written to `file.written`. Allocates nothing. The
+  // Notes that `file` is written to `file.written`. Allocates nothing. The
   // writer's thread.
   void addWritten(const FileC& file);
   // Notes that `file` turned out to be read from another file than the one listed. Throws std::bad_alloc. Any
