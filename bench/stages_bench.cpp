@@ -108,7 +108,7 @@ Times copyOnce(Between stages, Cores cores) {
   const RunOptions options = readRunOptions(*properties);
   CopyList list(globals, options);
   if (list.getList() != 0) std::abort();
-  RunFiles files(list.extents());
+  RunFiles files(list.extents(), list.dropped());
   modules.push_back(
       std::make_unique<Pinned<FileReaderModule>>(globals, options, cores.copying, copying, list, &files));
   if (stages == Between::kIdleStages) {

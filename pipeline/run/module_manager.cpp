@@ -131,7 +131,7 @@ void ModuleManager::addSparseStage() {
 int ModuleManager::noteFiles() {
   if (options_.audit != AuditMode::kNone) return 0;
   try {
-    files_.emplace(list_->extents());
+    files_.emplace(list_->extents(), list_->dropped());
   } catch (const std::bad_alloc&) {
     logger->log(kUrgent, msg::kCopyListNoMemory);
     return 1;

@@ -29,6 +29,7 @@ bool mayHideAFile(int error) {
 struct CopyList::Records {
   std::deque<FileC> files;
   std::deque<Extent> extents;
+  std::deque<FileC> dropped;
 
   // New ones, never destroyed.
   static Records& make() {
@@ -89,9 +90,19 @@ int CopyList::takePairs(FileLister& lister) {
     if (next == 1) return 0;
     if (next != 0) return 1;
     const PairProbe* const pair = probes.at(number);
-    if (pair == nullptr || takePair(*pair) == Verdict::kEndRun) return 1;
+    if (pair == nullptr) return 1;
+    const Verdict verdict = takePair(*pair);
+    if (verdict == Verdict::kEndRun) return 1;
+    if (verdict == Verdict::kDrop) noteDropped(*pair);
   }
 }
+
+void CopyList::noteDropped(const PairProbe& pair) {
+  if (!writes_ || !pair.sourceId.exists(pair.source) || !S_ISREG(pair.sourceStatus.st_mode)) return;
+  records_.dropped.emplace_back(pair.source, pair.destination, pair.sourceStatus);
+}
+
+const std::deque<FileC>& CopyList::dropped() const { return records_.dropped; }
 
 CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
   const std::string& source = pair.source;

@@ -35,6 +35,9 @@ class CopyList {
   // In tape order once built.
   const std::vector<Extent*>& extents() const { return sorted_; }
 
+  // The pairs that were asked for and dropped although their source is a regular file.
+  const std::deque<FileC>& dropped() const;
+
  private:
   enum class Verdict { kAccept, kDrop, kEndRun };
   struct Records;
@@ -43,6 +46,7 @@ class CopyList {
   int takePairs(FileLister& lister);
   // Judges one pair and adds it when it is accepted.
   Verdict takePair(const PairProbe& pair);
+  void noteDropped(const PairProbe& pair);
   Verdict judgeClash(const PairProbe& pair);
   Verdict askUser(const std::string& destination);
   void checkVendor(const PairProbe& pair);

@@ -2,18 +2,20 @@
 
 namespace tamrix {
 
-RunFiles::RunFiles(const std::vector<Extent*>& extents) : extents_(extents) {
-  listed_.reserve(extents.size());
+RunFiles::RunFiles(const std::vector<Extent*>& extents, const std::deque<FileC>& dropped)
+    : extents_(extents), dropped_(dropped) {
+  listed_.reserve(extents.size() + dropped.size());
   written_.reserve(extents.size());
   writtenFiles_.reserve(extents.size());
   NumberTable::Number number = 0;
   for (const Extent* extent : extents) listed_.add(extent->file->listed.hash(), number++);
+  for (const FileC& file : dropped) listed_.add(file.listed.hash(), number++);
 }
 
 const FileC* RunFiles::findSource(const FileIdentity& identity) const {
-  const NumberTable::Number found = listed_.find(
-      identity.hash(), [&](NumberTable::Number n) { return extents_[n]->file->listed == identity; });
-  if (found != NumberTable::kNone) return extents_[found]->file;
+  const NumberTable::Number found =
+      listed_.find(identity.hash(), [&](NumberTable::Number n) { return source(n).listed == identity; });
+  if (found != NumberTable::kNone) return &source(found);
   if (!anyOpenedElsewhere_.load(std::memory_order_acquire)) return nullptr;
   const MutexLock lock(mutex_);
   for (const auto& [opened, file] : openedElsewhere_) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <deque>
 #include <utility>
 #include <vector>
 
@@ -15,11 +16,12 @@ namespace tamrix {
 
 // Purpose: answers for a file that was opened to be written, by device and inode, whether it is a source of
 // the run or a destination that the run has opened before. About 40 bytes per file, all taken by the
-// constructor. Threads: see each operation. Lifetime: a run's; the extents outlive it.
+// constructor. Threads: see each operation. Lifetime: a run's; extents and records outlive it.
 class RunFiles {
  public:
-  // `extents` are the finished copy list. Throws std::bad_alloc.
-  explicit RunFiles(const std::vector<Extent*>& extents);
+  // `extents` are the finished copy list, `dropped` the records of pairs that were asked for and left out of
+  // it: their sources are to be spared as well. Throws std::bad_alloc.
+  RunFiles(const std::vector<Extent*>& extents, const std::deque<FileC>& dropped);
 
   // The file that is read from `identity`, as listed or as it was opened; null when there is none. Any
   // thread.
@@ -35,8 +37,13 @@ class RunFiles {
   void addOpenedSource(const FileC& file, const FileIdentity& identity);
 
  private:
+  const FileC& source(NumberTable::Number number) const {
+    return number < extents_.size() ? *extents_[number]->file : dropped_[number - extents_.size()];
+  }
+
   const std::vector<Extent*>& extents_;
-  NumberTable listed_;   // by FileC::listed, places in extents_
+  const std::deque<FileC>& dropped_;
+  NumberTable listed_;   // by FileC::listed, places in extents_ and behind them in dropped_
   NumberTable written_;  // by FileC::written, places in writtenFiles_
   std::vector<const FileC*> writtenFiles_;
 
