@@ -78,7 +78,7 @@ std::string gigabytes(Blocks bytes) {
   const double value = static_cast<double>(bytes) / 1e9;
   const int digits = value >= 100 ? 0 : value >= 1 ? 1 : 3;
   std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), "%.*f", digits, value);
+  (void)std::snprintf(text.data(), text.size(), "%.*f", digits, value);
   return text.data();
 }
 

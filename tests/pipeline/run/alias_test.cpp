@@ -198,7 +198,8 @@ TEST(Aliases, namesThatChangeDuringTheRunHurtNoSource) {
     std::map<std::string, Kept> sources;
     for (int i = 0; i < kFiles; ++i) {
       const std::string file = "f" + std::to_string(10 + i);
-      const std::string path = dir.file("src/" + file, std::string(9000 + i, static_cast<char>('a' + i)));
+      const std::string path = dir.file(
+          "src/" + file, std::string(9000 + static_cast<std::size_t>(i), static_cast<char>('a' + i)));
       sources.emplace(path, Kept(path));
       if (round % 3 == 0) dir.file("dst/" + file, "old");
     }
