@@ -25,9 +25,9 @@
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "model/tape_account.h"
@@ -48,9 +48,6 @@ struct OpenFile {
   std::string path;          // on the volume
   const Position* position;  // none: not on tape
 };
-
-// REQUIRES: isOpen
-OpenFile& openFile(const fuse_file_info* info) { return *reinterpret_cast<OpenFile*>(info->fh); }
 
 // Whether an operation comes with an open file: there may be none, or an open directory.
 bool isOpen(const fuse_file_info* info) { return info != nullptr && info->fh != 0; }
@@ -80,9 +77,18 @@ class Volume {
     const int fd = ::open(backing(path).c_str(), (flags & ~O_NOFOLLOW) | O_CLOEXEC, mode);
     if (fd < 0) return -errno;
     const auto found = layout_.find(path);
-    info->fh = reinterpret_cast<std::uintptr_t>(
-        new OpenFile{fd, path + 1, found == layout_.end() ? nullptr : &found->second});
+    info->fh = ++lastHandle_;
+    open_[info->fh] = {fd, path + 1, found == layout_.end() ? nullptr : &found->second};
     return 0;
+  }
+
+  // REQUIRES: isOpen
+  OpenFile& openFile(const fuse_file_info* info) { return open_.at(info->fh); }
+
+  int release(const fuse_file_info* info) {
+    const int fd = openFile(info).fd;
+    open_.erase(info->fh);
+    return outcome(close(fd));
   }
 
   int read(const OpenFile& file, char* to, std::size_t size, std::int64_t offset) {
@@ -149,11 +155,14 @@ class Volume {
   const Settings settings_;
   const std::string directory_;
   std::map<std::string, Position> layout_;
+  std::unordered_map<std::uint64_t, OpenFile> open_;  // by handle; the kernel may unmount before it releases
+  std::uint64_t lastHandle_ = 0;
   Account account_{settings_.blockSize, settings_.delay};
 };
 
 Volume& volume() { return *static_cast<Volume*>(fuse_get_context()->private_data); }
 std::string backing(const char* path) { return volume().backing(path); }
+OpenFile& openFile(const fuse_file_info* info) { return volume().openFile(info); }
 bool isVirtual(const char* attribute) { return std::string_view(attribute).starts_with(kVirtualPrefix); }
 
 void addFileOperations(fuse_operations& ops) {
@@ -167,10 +176,7 @@ void addFileOperations(fuse_operations& ops) {
   ops.write = [](const char*, const char* from, std::size_t size, off_t offset, fuse_file_info* info) {
     return outcome(pwrite(openFile(info).fd, from, size, offset));
   };
-  ops.release = [](const char*, fuse_file_info* info) {
-    const std::unique_ptr<OpenFile> file(&openFile(info));
-    return outcome(close(file->fd));
-  };
+  ops.release = [](const char*, fuse_file_info* info) { return volume().release(info); };
   ops.getattr = [](const char* path, struct stat* status, fuse_file_info* info) {
     return outcome(isOpen(info) ? fstat(openFile(info).fd, status) : lstat(backing(path).c_str(), status));
   };
