@@ -1,6 +1,6 @@
 // What the order in which files are read costs in tape time.
 //
-//     tape_order_bench TAMRIX DIRECTORY [8|9]
+//     tape_order_bench TAMRIX DIRECTORY [5|6|7|8|9]
 //
 // For each of several requests it makes a sample volume of empty files with tape positions in DIRECTORY, has
 // the program TAMRIX list it for a copy (an unusable buffer size ends the run between listing and copying),
@@ -25,7 +25,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -76,11 +75,13 @@ std::vector<Request> makeRequests(const Generation& generation, std::uint64_t se
   const auto dataBytes = static_cast<std::int64_t>(generation.capacity) - drive.place('b', 0) - 10000 * kMega;
   const auto fitting = [&](std::int64_t bytes) { return dataBytes / (bytes + kBlock); };
   const std::int64_t third = dataBytes / kBlock / 3;
+  const auto large = std::min<std::int64_t>(2000, fitting(1000 * kMega) / 2);
   const auto other = Names::kOther;
   return {
       {"contiguous, names in order", "contiguous",
-       pick(2000, 1000 * kMega, 1, Names::kAsWritten, random, third), 1000 * kMega},
-      {"contiguous, other names", "renamed", pick(2000, 1000 * kMega, 1, other, random, third), 1000 * kMega},
+       pick(large, 1000 * kMega, 1, Names::kAsWritten, random, third), 1000 * kMega},
+      {"contiguous, other names", "renamed", pick(large, 1000 * kMega, 1, other, random, third),
+       1000 * kMega},
       {"contiguous, small files", "small", pick(10000, kMega, 1, other, random, third), kMega},
       {"1 in 50 of 20 MB files", "sparse20", pick(fitting(20 * kMega), 20 * kMega, 50, other, random),
        20 * kMega},
@@ -167,7 +168,7 @@ void compareAll(const Generation& generation, const std::string& program, const 
   constexpr std::uint64_t kSeed = 1;
   const Drive drive(generation);
   const auto halfTheLength = static_cast<std::int64_t>(1.5 * drive.bytesPerWrap());
-  std::printf("%s: %.0f MB/s, %.0f TB, %.0f m, %d wraps of %.1f GB; locate to half the length: %.0f s\n\n",
+  std::printf("%s: %.0f MB/s, %.1f TB, %.0f m, %d wraps of %.1f GB; locate to half the length: %.0f s\n\n",
               generation.name, generation.bytesPerSecond / 1e6, generation.capacity / 1e12, generation.metres,
               generation.wraps, drive.bytesPerWrap() / 1e9, drive.locateSeconds(0, halfTheLength));
   std::printf("%-27s %6s %7s %10s %8s %8s %8s %8s %8s\n", "tape hours", "files", "GB", "directory", "tamrix",
@@ -179,15 +180,16 @@ void compareAll(const Generation& generation, const std::string& program, const 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string_view generation = argc > 3 ? argv[3] : "9";
-  if (argc < 3 || argc > 4 || (generation != "8" && generation != "9")) {
-    std::fprintf(stderr, "usage: %s TAMRIX DIRECTORY [8|9]\n", argv[0]);
+  const Generation* const generation =
+      tamrix::tape::findGeneration(std::string("lto") + (argc > 3 ? argv[3] : "9"));
+  if (argc < 3 || argc > 4 || generation == nullptr) {
+    std::fprintf(stderr, "usage: %s TAMRIX DIRECTORY [5|6|7|8|9]\n", argv[0]);
     return 2;
   }
   try {
     const std::string work = argv[2];
     if (!makeFile(work + "/probe", 0, 0)) return kNoAttributes;
-    compareAll(generation == "8" ? tamrix::tape::kLto8 : tamrix::tape::kLto9, argv[1], work);
+    compareAll(*generation, argv[1], work);
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s: %s\n", argv[0], error.what());

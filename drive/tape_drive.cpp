@@ -5,6 +5,12 @@
 
 namespace tamrix::tape {
 
+const Generation* findGeneration(std::string_view option) {
+  const auto* const found = std::find_if(kGenerations.begin(), kGenerations.end(),
+                                         [&](const Generation& row) { return row.option == option; });
+  return found == kGenerations.end() ? nullptr : found;
+}
+
 Drive::Drive(const Generation& generation)
     : generation_(generation), bytesPerWrap_(generation.capacity / generation.wraps) {}
 
@@ -23,6 +29,10 @@ double Drive::locateSeconds(std::int64_t from, std::int64_t to) const {
 double Drive::streamSeconds(std::int64_t from, std::int64_t count) const {
   const int turns = wrapOf(from + count) - wrapOf(from);
   return static_cast<double>(count) / generation_.bytesPerSecond + turns * kWrapChangeSeconds;
+}
+
+double Drive::rewindSeconds(std::int64_t from) const {
+  return kRestartSeconds + metresFromBeginning(from) / kLocateMetresPerSecond;
 }
 
 double Drive::metresFromBeginning(std::int64_t place) const {

@@ -6,39 +6,25 @@
 namespace tamrix::model {
 
 void Account::locate(const std::string& path, const Position& position, std::int64_t offset) {
-  const std::int64_t to = position.block * blockSize_ + offset;
-  if (path != path_ || position.partition != partition_ || to != offset_) endRead();
+  if (path != path_ || !time_.isAt(position.partition, position.block, offset)) endRead();
   path_ = path;
-  if (!follows(position.partition, to, offset == 0)) {
-    const double seconds =
-        drive_.locateSeconds(drive_.place(partition_, offset_), drive_.place(position.partition, to));
-    lines_ += "locate " + std::to_string(seconds) + ' ' + path + '\n';
-    ++locates_;
-    spend(seconds);
-  }
-  partition_ = position.partition;
-  offset_ = to;
+  const std::optional<double> seconds = time_.locate(position.partition, position.block, offset);
+  if (!seconds) return;
+  lines_ += "locate " + std::to_string(*seconds) + ' ' + path + '\n';
+  spend(*seconds);
 }
 
 void Account::read(std::int64_t count) {
-  const double seconds = drive_.streamSeconds(drive_.place(partition_, offset_), count);
+  const double seconds = time_.read(count);
   spend(seconds);
-  offset_ += count;
   count_ += count;
   readSeconds_ += seconds;
 }
 
 std::string Account::finish() {
   endRead();
-  return lines_ + "total " + std::to_string(locates_) + ' ' + std::to_string(bytes_) + ' ' +
-         std::to_string(seconds_) + '\n';
-}
-
-// Whether the drive comes to `to` by reading on. A file's last block may be shorter than the others; the
-// next one follows it all the same.
-bool Account::follows(char partition, std::int64_t to, bool beginsFile) const {
-  const std::int64_t nextBlock = (offset_ + blockSize_ - 1) / blockSize_ * blockSize_;
-  return partition == partition_ && (to == offset_ || (beginsFile && to == nextBlock));
+  return lines_ + "total " + std::to_string(time_.locates()) + ' ' + std::to_string(bytes_) + ' ' +
+         std::to_string(time_.seconds()) + '\n';
 }
 
 void Account::endRead() {
@@ -51,8 +37,7 @@ void Account::endRead() {
   readSeconds_ = 0;
 }
 
-void Account::spend(double seconds) {
-  seconds_ += seconds;
+void Account::spend(double seconds) const {
   if (delay_ > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds * delay_));
 }
 

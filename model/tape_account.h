@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "drive/tape_drive.h"
+#include "drive/drive_time.h"
 
 namespace tamrix::model {
 
@@ -19,7 +19,8 @@ class Account {
   };
 
   // `blockSize` in bytes. Whatever the drive does also takes `delay` times the modelled time; 0: none.
-  Account(std::int64_t blockSize, double delay) : blockSize_(blockSize), delay_(delay) {}
+  Account(const tape::Generation& generation, std::int64_t blockSize, double delay)
+      : time_(generation, blockSize), delay_(delay) {}
 
   // Moves the drive to `offset` in the file that begins at `position`.
   void locate(const std::string& path, const Position& position, std::int64_t offset);
@@ -31,24 +32,18 @@ class Account {
   std::string finish();
 
  private:
-  bool follows(char partition, std::int64_t to, bool beginsFile) const;
   void endRead();
-  void spend(double seconds);
+  void spend(double seconds) const;
 
-  const std::int64_t blockSize_;
+  tape::DriveTime time_;
   const double delay_;
-  const tape::Drive drive_{tape::kLto9};
 
-  char partition_ = 'b';     // where the drive is
-  std::int64_t offset_ = 0;  // bytes from the partition's beginning
-  std::string path_;         // of the file read last
-  std::int64_t count_ = 0;   // read in one go up to here
-  double readSeconds_ = 0;   // what that took
+  std::string path_;        // of the file read last
+  std::int64_t count_ = 0;  // read in one go up to here
+  double readSeconds_ = 0;  // what that took
 
   std::string lines_;
-  std::int64_t locates_ = 0;
   std::int64_t bytes_ = 0;
-  double seconds_ = 0;
 };
 
 }  // namespace tamrix::model

@@ -157,7 +157,7 @@ class Volume {
   std::map<std::string, Position> layout_;
   std::unordered_map<std::uint64_t, OpenFile> open_;  // by handle; the kernel may unmount before it releases
   std::uint64_t lastHandle_ = 0;
-  Account account_{settings_.blockSize, settings_.delay};
+  Account account_{*settings_.generation, settings_.blockSize, settings_.delay};
 };
 
 Volume& volume() { return *static_cast<Volume*>(fuse_get_context()->private_data); }

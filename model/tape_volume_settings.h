@@ -3,6 +3,7 @@
 //     -layout=FILE         where files lie on tape, a line each: PARTITION BLOCK PATH-BELOW-DIRECTORY
 //     -account=FILE        written at the end: what the drive had to do; see tape_account.h
 //     -vendor=TEXT -uuid=TEXT -blocksize=BYTES
+//     -drive=lto5...lto9   the generation of the drive; lto9 without it
 //     -bad-block=P:BLOCK   reading block BLOCK of partition P fails; any number of them
 //     -bad-attribute=NAME  reading the virtual attribute fails
 //     -delay=FACTOR        sleep FACTOR times the modelled time; 0 (not at all) without it
@@ -25,12 +26,13 @@ struct TapeVolumeSettings {
   std::string vendor = "VOQ";
   std::string uuid = "30a91a08-daae-48d1-ae75-69804e61d2ea";
   std::int64_t blockSize = 524288;
+  const tape::Generation* generation = tape::findGeneration("lto9");  // null: there is no such drive
   std::set<Account::Position> badBlocks;
   std::string badAttribute;
   double delay = 0;
 };
 
-// Returns false when `argument` is no option.
+// Returns false when `argument` is no option, or names no drive.
 inline bool takeOption(std::string_view argument, TapeVolumeSettings& settings) {
   using Value = const std::string&;
   const std::map<std::string_view, std::function<void(Value)>> options = {
@@ -39,6 +41,7 @@ inline bool takeOption(std::string_view argument, TapeVolumeSettings& settings) 
       {"-vendor", [&](Value value) { settings.vendor = value; }},
       {"-uuid", [&](Value value) { settings.uuid = value; }},
       {"-blocksize", [&](Value value) { settings.blockSize = std::stoll(value); }},
+      {"-drive", [&](Value value) { settings.generation = tape::findGeneration(value); }},
       {"-bad-block",
        [&](Value value) {
          settings.badBlocks.insert({value.at(0), std::stoll(value.substr(2))});
@@ -50,7 +53,7 @@ inline bool takeOption(std::string_view argument, TapeVolumeSettings& settings) 
   const auto found = options.find(argument.substr(0, equals));
   if (equals == std::string_view::npos || found == options.end()) return false;
   found->second(std::string(argument.substr(equals + 1)));
-  return true;
+  return settings.generation != nullptr;
 }
 
 }  // namespace tamrix::model
