@@ -66,7 +66,7 @@ class XmlDocument {
   const std::string& reason() const { return reason_; }
 
  private:
-  static int readMore(void* document, char* buffer, int size);
+  [[nodiscard]] static int readMore(void* document, char* buffer, int size);
   template <class Error>
   static void keepError(void* document, Error* error);
 

@@ -17,8 +17,7 @@ namespace tamrix {
 
 int Properties::updatePath(const char* key) {
   const char* stored = nullptr;
-  getProperty(key, stored);
-  std::string value = stored != nullptr ? stored : "";
+  std::string value = getProperty(key, stored) == 0 ? stored : "";
   if (value.starts_with('/') || value.starts_with("\"/")) return 0;
   if (value.starts_with('"')) {
     value.erase(0, 1);

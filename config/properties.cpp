@@ -123,12 +123,11 @@ bool Properties::isSwitch(const std::string& name) const {
                      [&](const KnownProperty& row) { return row.name == name && row.isSwitch; });
 }
 
-int Properties::logProperties() const {
+void Properties::logProperties() const {
   for (const auto& [key, value] : entries_) logger->log(kDebug, msg::kPropertiesParameter, key, value);
-  return 0;
 }
 
-int Properties::listDefaults() const {
+void Properties::listDefaults() const {
   logger->output(msg::kPropertiesListBegin);
   for (const auto& [key, value] : entries_) {
     if (kHiddenFromListing.find(key) == std::string_view::npos) {
@@ -136,7 +135,6 @@ int Properties::listDefaults() const {
     }
   }
   logger->output(msg::kPropertiesListEnd);
-  return 0;
 }
 
 }  // namespace tamrix

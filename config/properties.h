@@ -46,16 +46,16 @@ class Properties {
   [[nodiscard]] int addProperty(const std::string& name, const std::string& value);
 
   // 1 when `key` (as given, no lower-casing) is present with exactly `value`, else 0.
-  int testProperty(const std::string& key, const std::string& value) const;
+  [[nodiscard]] int testProperty(const std::string& key, const std::string& value) const;
 
   // Points `value` at the stored text, valid until that entry is next written. Returns -1 when the key is
   // absent (`value` is null) and also when the text is empty (`value` points at it).
-  int getProperty(const std::string& key, const char*& value) const;
+  [[nodiscard]] int getProperty(const std::string& key, const char*& value) const;
   // Copies the stored text, also an empty one. Returns -1 when the key is absent (`value` is empty).
   // Kept: the two forms differ on empty values; the entry relies on finding the empty "batchfile".
-  int getProperty(const std::string& key, std::string& value) const;
+  [[nodiscard]] int getProperty(const std::string& key, std::string& value) const;
   // The stored text's leading base-10 integer, 0 if it has none. Returns -1 (and 0) when the key is absent.
-  int getProperty(const std::string& key, std::int32_t& value) const;
+  [[nodiscard]] int getProperty(const std::string& key, std::int32_t& value) const;
 
   // Whether there is an entry for `key`. Traces nothing.
   bool isKnown(const std::string& key) const { return entries_.contains(key); }
@@ -63,10 +63,10 @@ class Properties {
   // Whether the option `name` (case-sensitive) may be given without a value.
   bool isSwitch(const std::string& name) const;
 
-  // Logs every entry at kDebug, in key order. Returns 0.
-  int logProperties() const;
-  // Prints every entry as plain output, in key order, but for keys that are part of a fixed text. Returns 0.
-  int listDefaults() const;
+  // Logs every entry at kDebug, in key order.
+  void logProperties() const;
+  // Prints every entry as plain output, in key order, but for keys that are part of a fixed text.
+  void listDefaults() const;
 
   // Stores the arguments after the program name: -name=value, or -name for a switch; the dash is optional.
   // Returns 0 when all were stored; 1 when the run must end: a refused argument (reported), no argument at
@@ -88,7 +88,7 @@ class Properties {
 
  private:
   bool isAccepted(const std::string& key, const std::string& value) const;
-  int reportRefusedArgument(const std::string& name, const std::string& value) const;
+  [[nodiscard]] int reportRefusedArgument(const std::string& name, const std::string& value) const;
 
   const std::span<const KnownProperty> table_;
   const ProgramTexts texts_;

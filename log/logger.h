@@ -52,7 +52,7 @@ class Logger : public Message {
 
   // The number of a level by its upper-case name; a name that is none is reported at kWarning and counts
   // as kInfo.
-  int convertLevel(const std::string& name);
+  [[nodiscard]] int convertLevel(const std::string& name);
 
   // Writes the message with `args` when `level` is at or above the current one. A suppressed line costs
   // one compare: keep anything costly out of the argument list.

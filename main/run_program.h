@@ -22,11 +22,11 @@ struct Program {
 // status (0 when all that was asked for was done, see README.md for the others). To be called once, on the
 // main thread. It takes over the process's handling of interrupts and of writes to closed pipes or over a
 // size limit.
-int runProgram(const Program& program, int argc, const char* const* argv);
+[[nodiscard]] int runProgram(const Program& program, int argc, const char* const* argv);
 
 // tamrix: copies files.
-int runTamrix(int argc, const char* const* argv);
+[[nodiscard]] int runTamrix(int argc, const char* const* argv);
 // tamrix-audit: reports how files lie on tape, verifies and stores checksums.
-int runTamrixAudit(int argc, const char* const* argv);
+[[nodiscard]] int runTamrixAudit(int argc, const char* const* argv);
 
 }  // namespace tamrix

@@ -29,7 +29,7 @@ class CopiedTimes {
   // To be called before `fd` is closed.
   CopiedTimes(int fd, const FileC& file, TimesAtClose& atClose);
   // To be called after it. Returns 0, or the error number with which the times were refused.
-  int finish();
+  [[nodiscard]] int finish();
 
  private:
   const FileC& file_;

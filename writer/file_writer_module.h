@@ -50,8 +50,8 @@ class FileWriterModule : public WriterModule {
   void finish() override;
 
  private:
-  int openDestination(FileC& file);
-  int fail();
+  [[nodiscard]] int openDestination(FileC& file);
+  [[nodiscard]] int fail();
 
   const SparseMode sparseMode_;
   RunFiles& runFiles_;

@@ -24,7 +24,7 @@ class modsum64ProcessModule : public ProcessModule {
   [[nodiscard]] int processBuffer(BufferSlot& slot) override;
 
  private:
-  int auditFile(const BufferSlot& slot) const;
+  [[nodiscard]] int auditFile(const BufferSlot& slot) const;
 
   const std::unique_ptr<ChecksumAlgorithm> algorithm_;
 };

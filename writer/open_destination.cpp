@@ -206,8 +206,8 @@ int OpenDestination::release() {
     return 1;
   }
   logger->log(kProgress, msg::kFileWriterEndOfFile, file_.fileName);
-  if (fd_.close() == 0) return 0;
-  const int error = errno;
+  const int error = fd_.close();
+  if (error == 0) return 0;
   logger->log(kUrgent, msg::kFileWriterCloseFailed, std::strerror(error));
   reportAndRemove();
   (void)fd_.close();

@@ -51,15 +51,15 @@ class OpenDestination {
   void discard();
 
  private:
-  int create(const StopFlag& stop);
-  int lock();
-  int examine(RunFiles& runFiles);
-  int cut(SparseMode sparse);
+  [[nodiscard]] int create(const StopFlag& stop);
+  [[nodiscard]] int lock();
+  [[nodiscard]] int examine(RunFiles& runFiles);
+  [[nodiscard]] int cut(SparseMode sparse);
   void refuse();
-  int seekTo(std::int64_t position) const;
+  [[nodiscard]] int seekTo(std::int64_t position) const;
   std::vector<const char*> copyAttributes() const;
-  int release();
-  int unlock() const;
+  [[nodiscard]] int release();
+  [[nodiscard]] int unlock() const;
   void reportAndRemove();
   const char* remove();
 

@@ -163,13 +163,12 @@ int BufferQ::setupFile(const std::string& path) {
   return 0;
 }
 
-int BufferQ::teardownMem() {
+void BufferQ::teardownMem() {
   logger->log(kDebug, msg::kBufferTeardownMem);
   if (memory_ != nullptr) {
     munmap(memory_, static_cast<std::size_t>(bufferCount_) * static_cast<std::size_t>(bufferSize_));
   }
   memory_ = nullptr;
-  return 0;
 }
 
 BufferQ::~BufferQ() {

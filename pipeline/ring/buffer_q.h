@@ -138,12 +138,12 @@ class BufferQ {
   };
 
   // Creation and destruction: buffer_pool.cpp.
-  int readSizes(const RunOptions& options);
-  int allocateSlots();
-  int setupMem();
+  [[nodiscard]] int readSizes(const RunOptions& options);
+  [[nodiscard]] int allocateSlots();
+  [[nodiscard]] int setupMem();
   bool reserveFreeList();
-  int setupFile(const std::string& path);
-  int teardownMem();
+  [[nodiscard]] int setupFile(const std::string& path);
+  void teardownMem();
 
   ModulePosition& position(int moduleId) TAMRIX_REQUIRES(mutex_) {
     return positions_[static_cast<std::size_t>(moduleId)];
@@ -157,11 +157,11 @@ class BufferQ {
   void accountTransfer(int fromModule, BufferSlot& slot) TAMRIX_REQUIRES(mutex_);
   int predecessor(int moduleId) const { return (moduleCount_ + moduleId - 1) % moduleCount_; }
   int successor(int moduleId) const { return (moduleId + 1) % moduleCount_; }
-  int waitForSlot(int moduleId) TAMRIX_REQUIRES(mutex_);
+  [[nodiscard]] int waitForSlot(int moduleId) TAMRIX_REQUIRES(mutex_);
   CondVar* handOver(int moduleId, BufferSlot& slot);
   void prepareSlot(BufferSlot& slot, std::uint32_t index) TAMRIX_REQUIRES(mutex_);
-  int mapSlot(BufferSlot& slot) const;
-  int unmapSlot(BufferSlot& slot) const;
+  [[nodiscard]] int mapSlot(BufferSlot& slot) const;
+  [[nodiscard]] int unmapSlot(BufferSlot& slot) const;
   void dump() const TAMRIX_REQUIRES(mutex_);
 
   const std::chrono::milliseconds waitRound_;

@@ -29,7 +29,7 @@ class Audit {
 
  private:
   // Reads the size in bytes of a block of the volume. Returns 0, or 1 after logging why not.
-  int readBlockSize(std::int32_t& blockSize) const;
+  [[nodiscard]] int readBlockSize(std::int32_t& blockSize) const;
   static void reportFile(const Extent& extent, Blocks blocks, Blocks& expectedBlock);
   void reportSummary(const CopyList& list, Blocks usedBlocks, std::int32_t blockSize) const;
 

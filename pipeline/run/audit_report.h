@@ -44,8 +44,8 @@ class AuditReport {
 
  private:
   template <class Line>
-  int writeLine(const Line& line);
-  int fail(int error);
+  [[nodiscard]] int writeLine(const Line& line);
+  [[nodiscard]] int fail(int error);
 
   const AuditMode mode_;
   const std::string path_;

@@ -24,7 +24,7 @@ class AuditResults {
 
  private:
   // One pass over the list. Returns 0, or 1 when the report failed.
-  int collect(bool isWhole);
+  [[nodiscard]] int collect(bool isWhole);
   void tellCounts() const;
   void drawMap() const;
 

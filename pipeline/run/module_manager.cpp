@@ -39,12 +39,11 @@ void ModuleManager::setGlobals(PipelineGlobals* globals) {
   logger->log(kDebug, msg::kManagerSetGlobals);
 }
 
-int ModuleManager::addModule(std::unique_ptr<Module> module) {
+void ModuleManager::addModule(std::unique_ptr<Module> module) {
   const int id = static_cast<int>(modules_.size());
   logger->log(kDebug, msg::kManagerAddModule, id);
   module->setModuleId(id);
   modules_.push_back(std::move(module));
-  return 0;
 }
 
 int ModuleManager::endModule() {

@@ -30,24 +30,24 @@ class ModuleManager {
   // `globals` must outlive the manager.
   void setGlobals(PipelineGlobals* globals);
 
-  // Adds a stage at the end of the pipeline and numbers it. Returns 0.
-  int addModule(std::unique_ptr<Module> module);
+  // Adds a stage at the end of the pipeline and numbers it.
+  void addModule(std::unique_ptr<Module> module);
   // Traced, nothing else. Returns 0.
-  int endModule();
+  [[nodiscard]] int endModule();
 
   // Lists, builds, runs and joins; to be called once, after setGlobals. Returns 0 when the pipeline ran (how
   // its stages fared is in the log and the logger's return codes), or the code with which it was not built.
   [[nodiscard]] int run();
 
  private:
-  int addChecksumStage();
+  [[nodiscard]] int addChecksumStage();
   void addSparseStage();
   // For a run that writes, takes note of the files of the list. Returns 0, or 1 without the memory.
-  int noteFiles();
+  [[nodiscard]] int noteFiles();
   void addWriter();
-  int runPipeline();
-  int auditTape();
-  int auditFiles();
+  [[nodiscard]] int runPipeline();
+  [[nodiscard]] int auditTape();
+  [[nodiscard]] int auditFiles();
   void startModules(BufferQ& ring);
   void waitForStage(const Module& stage, BufferQ& ring);
 

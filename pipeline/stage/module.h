@@ -53,12 +53,12 @@ class Module : public Thread {
   // with data (length 0 or more) and returns 0 or an error code; `passing(slot)` sees every buffer before it
   // is put on. Returns 0 at the end of data, else the failing operation's code; sets no stop flag.
   template <class Action, class Passing>
-  int consumeBuffers(const ConsumerMessages& messages, Action action, Passing passing);
+  [[nodiscard]] int consumeBuffers(const ConsumerMessages& messages, Action action, Passing passing);
 
   // Runs a stage's loop and returns its code; running out of memory is a failure of the stage (1, logged at
   // kUrgent), so that it ends in good order.
   template <class Loop>
-  static int withMemoryGuard(Loop loop);
+  [[nodiscard]] static int withMemoryGuard(Loop loop);
 
   BufferQ& ring() { return *ring_; }
 

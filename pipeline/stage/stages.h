@@ -24,7 +24,7 @@ class ReaderModule : public Module {
   [[nodiscard]] virtual int fillBuffer(BufferSlot& slot);
 
  private:
-  int fillBuffers();
+  [[nodiscard]] int fillBuffers();
 };
 
 // Looks at or marks filled buffers. A failure stops the pipeline.

@@ -30,8 +30,8 @@ class BatchFileLister : public FileLister {
   // Makes both paths of the pair absolute, from the working directory. Returns false, having logged why, when
   // there is none.
   bool makeAbsolute(BatchPair& pair);
-  int appendPair(BatchPair pair);
-  int expand(const BatchPair& pair);
+  [[nodiscard]] int appendPair(BatchPair pair);
+  [[nodiscard]] int expand(const BatchPair& pair);
 
   std::string currentDir_;
   NumberedQueue<BatchPair> pairs_;

@@ -42,8 +42,8 @@ class CopyList {
   enum class Verdict { kAccept, kDrop, kEndRun };
   struct Records;
 
-  int takeAllPairs();
-  int takePairs(FileLister& lister);
+  [[nodiscard]] int takeAllPairs();
+  [[nodiscard]] int takePairs(FileLister& lister);
   // Judges one pair and adds it when it is accepted.
   Verdict takePair(const PairProbe& pair);
   void noteDropped(const PairProbe& pair);
@@ -52,7 +52,7 @@ class CopyList {
   void checkVendor(const PairProbe& pair);
   FileC& addRecord(const PairProbe& pair);
   void addExtent(FileC& file, const SourceAttributes& attributes);
-  int finish();
+  [[nodiscard]] int finish();
 
   PipelineGlobals& globals_;
   const RunOptions& options_;

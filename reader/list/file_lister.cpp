@@ -29,14 +29,13 @@ std::size_t FileLister::size() const { return 0; }
 
 void FileLister::pair(std::size_t /*number*/, std::string& /*source*/, std::string& /*destination*/) const {}
 
-int FileLister::listMatching(PathList& result, const std::string& directory, std::string_view pattern,
-                             bool recursive) {
+void FileLister::listMatching(PathList& result, const std::string& directory, std::string_view pattern,
+                              bool recursive) {
   if (recursive) {
     dirInfoRecursive(result, directory, pattern);
   } else {
     dirInfo(result, directory, pattern);
   }
-  return 0;
 }
 
 bool FileLister::hasAcceptedLength(const std::string& path) {

@@ -52,8 +52,8 @@ class FileLister {
   const std::string& dstFile() const { return dstFile_; }
 
  protected:
-  // Appends to `result` the files in (when `recursive`, also below) `directory` that match. Returns 0.
-  int listMatching(PathList& result, const std::string& directory, std::string_view pattern, bool recursive);
+  // Appends to `result` the files in (when `recursive`, also below) `directory` that match.
+  void listMatching(PathList& result, const std::string& directory, std::string_view pattern, bool recursive);
 
   // Whether `path` keeps the limit on lengths; logs it at kUrgent when not.
   static bool hasAcceptedLength(const std::string& path);

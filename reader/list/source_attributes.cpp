@@ -30,23 +30,26 @@ constexpr std::string_view kVendor = "VOQ";
 bool isUserAttribute(const char* name) { return std::string_view(name).starts_with(kUserPrefix); }
 
 // Calls `fill(data, size)`, a reader of extended attributes, with more and more of the buffer behind its
-// first `kept` bytes, while that is too small; the buffer grows. Returns the bytes read, or -1 with errno
-// set.
+// first `kept` bytes, while that is too small; the buffer grows. Returns 0 and the bytes read in `length`, or
+// an error number.
 template <class Fill>
-ssize_t readWhole(std::vector<char>& buffer, std::size_t kept, Fill fill) {
+int readWhole(std::vector<char>& buffer, std::size_t kept, std::size_t& length, Fill fill) {
   for (std::size_t size = kUsualSize;;) {
     if (buffer.size() < kept + size) buffer.resize(kept + size);
-    const ssize_t n = fill(buffer.data() + kept, size);
-    if (n >= 0 || errno != ERANGE) return n;
-    const ssize_t needed = fill(nullptr, 0);
-    if (needed < 0) return needed;
-    size = std::max(size * 2, static_cast<std::size_t>(needed));
+    ssize_t n = fill(buffer.data() + kept, size);
+    if (n >= 0) {
+      length = static_cast<std::size_t>(n);
+      return 0;
+    }
+    if (errno == ERANGE) n = fill(nullptr, 0);
+    if (n < 0) return errno;
+    size = std::max(size * 2, static_cast<std::size_t>(n));
   }
 }
 
 // Calls `action(name)` for each name in a list as listxattr(2) gives it.
 template <class Action>
-void forEachName(const std::vector<char>& names, ssize_t size, Action action) {
+void forEachName(const std::vector<char>& names, std::size_t size, Action action) {
   const char* const end = names.data() + size;
   for (const char* name = names.data(); name < end; name += std::strlen(name) + 1) action(name);
 }
@@ -56,13 +59,12 @@ void forEachName(const std::vector<char>& names, ssize_t size, Action action) {
 void SourceAttributes::read(const char* path) {
   users_.clear();
   used_ = 0;
-  listed_ = readWhole(names_, 0, [&](char* to, std::size_t n) { return listxattr(path, to, n); });
-  listError_ = errno;
-  if (listed_ > 0) {
-    forEachName(names_, listed_, [&](const char* name) {
-      if (isUserAttribute(name)) users_.push_back(readValue(path, name));
-    });
-  }
+  listed_ = 0;
+  listError_ =
+      readWhole(names_, 0, listed_, [&](char* to, std::size_t room) { return listxattr(path, to, room); });
+  forEachName(names_, listed_, [&](const char* name) {
+    if (isUserAttribute(name)) users_.push_back(readValue(path, name));
+  });
   startBlock_ = readPosition(path, kStartBlock);
   if (startBlock_.error != 0) return;
   partition_ = readPosition(path, kPartition);
@@ -71,10 +73,10 @@ void SourceAttributes::read(const char* path) {
 }
 
 SourceAttributes::Reading SourceAttributes::readValue(const char* path, const char* name) {
-  const ssize_t n =
-      readWhole(values_, used_, [&](char* to, std::size_t room) { return getxattr(path, name, to, room); });
-  if (n < 0) return {errno, 0, 0};
-  const Reading reading{0, used_, static_cast<std::size_t>(n)};
+  Reading reading{0, used_, 0};
+  reading.error = readWhole(values_, used_, reading.length,
+                            [&](char* to, std::size_t room) { return getxattr(path, name, to, room); });
+  if (reading.error != 0) return reading;
   used_ += reading.length + 1;
   if (values_.size() < used_) values_.resize(used_);
   values_[used_ - 1] = '\0';
@@ -83,21 +85,19 @@ SourceAttributes::Reading SourceAttributes::readValue(const char* path, const ch
 
 SourceAttributes::Reading SourceAttributes::readPosition(const char* path, const char* name) {
   Reading found{ENODATA, 0, 0};
-  if (listed_ > 0) {
-    auto user = users_.begin();
-    forEachName(names_, listed_, [&](const char* listed) {
-      if (!isUserAttribute(listed)) return;
-      if (std::strcmp(listed, name) == 0) found = *user;
-      ++user;
-    });
-  }
+  auto user = users_.begin();
+  forEachName(names_, listed_, [&](const char* listed) {
+    if (!isUserAttribute(listed)) return;
+    if (std::strcmp(listed, name) == 0) found = *user;
+    ++user;
+  });
   return found.error == 0 ? found : readValue(path, name);
 }
 
 void SourceAttributes::collect(FileC& file) const {
   logger->log(kDebug, msg::kCopyListGetXattrs);
-  logger->log(kDebug, msg::kCopyListXattrsSize, static_cast<std::int32_t>(listed_));
-  if (listed_ < 0) {
+  logger->log(kDebug, msg::kCopyListXattrsSize, listError_ == 0 ? static_cast<std::int32_t>(listed_) : -1);
+  if (listError_ != 0) {
     if (listError_ != ENOTSUP) {
       logger->log(kWarning, msg::kAttributesNotListed, file.srcPath, std::strerror(listError_));
     }
@@ -148,10 +148,11 @@ bool isSoftwareVendorVOQ(const std::string& path) {
   }
   logger->log(kDebug, msg::kCopyListVendorCheck, existing);
   std::vector<char> value;
-  const ssize_t n = readWhole(value, 0, [&](char* to, std::size_t room) {
+  std::size_t length = 0;
+  const int error = readWhole(value, 0, length, [&](char* to, std::size_t room) {
     return getxattr(existing.c_str(), kSoftwareVendor, to, room);
   });
-  return n > 0 && std::string_view(value.data(), static_cast<std::size_t>(n)).starts_with(kVendor);
+  return error == 0 && std::string_view(value.data(), length).starts_with(kVendor);
 }
 
 }  // namespace tamrix

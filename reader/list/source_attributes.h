@@ -1,8 +1,6 @@
 // What the listing reads from a source's extended attributes; see xattr(7).
 #pragma once
 
-#include <sys/types.h>
-
 #include <array>
 #include <cstddef>
 #include <string>
@@ -51,8 +49,8 @@ class SourceAttributes {
   const char* text(const Reading& reading) const { return values_.data() + reading.at; }
 
   std::vector<char> names_;  // the first listed_ bytes are in use
-  ssize_t listed_ = 0;       // -1 when listing the names failed with listError_
-  int listError_ = 0;
+  std::size_t listed_ = 0;
+  int listError_ = 0;         // why the names could not be listed; 0 when they were
   std::vector<char> values_;  // the first used_ bytes are in use
   std::size_t used_ = 0;
   std::vector<Reading> users_;  // of the user attributes, in the order of their names

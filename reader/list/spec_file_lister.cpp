@@ -17,9 +17,9 @@ SpecFileLister::~SpecFileLister() { logger->log(kDebug, msg::kSpecFileListerDest
 
 int SpecFileLister::init() {
   PathList found;
-  const int result = listMatching(found, options_.srcpath, options_.srcspec, options_.recursive);
+  listMatching(found, options_.srcpath, options_.srcspec, options_.recursive);
   matched_ = NumberedQueue<std::string>(std::move(found));
-  return result;
+  return 0;
 }
 
 std::size_t SpecFileLister::size() const { return matched_.size(); }

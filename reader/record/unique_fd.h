@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace tamrix {
@@ -20,10 +21,10 @@ class UniqueFd {
   ~UniqueFd() { (void)close(); }
 
   bool isOpen() const { return fd_ >= 0; }
-  int get() const { return fd_; }
-  // For closes whose result counts. Returns close(2)'s result, with errno set; 0 when nothing is open. The
+  [[nodiscard]] int get() const { return fd_; }
+  // For closes whose result counts, as close(2). Returns 0 or an error number; 0 when nothing is open. The
   // descriptor is gone either way.
-  int close() { return fd_ < 0 ? 0 : ::close(std::exchange(fd_, -1)); }
+  [[nodiscard]] int close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0 ? 0 : errno; }
 
  private:
   int fd_ = -1;

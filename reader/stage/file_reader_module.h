@@ -31,15 +31,15 @@ class FileReaderModule : public ReaderModule {
   [[nodiscard]] int fillBuffer(BufferSlot& slot) override;
 
  private:
-  int openSource(FileC& file);
+  [[nodiscard]] int openSource(FileC& file);
   // Goes on to the next extent. Returns 0, or 1 after logging.
-  int advance();
+  [[nodiscard]] int advance();
   void fillHeader(BufferSlot& slot, FileC& file, std::int32_t length) const;
   // What becomes of a file that can't be opened or read, which has been logged: the end of the run, but in an
   // audit a slot that carries nothing. Returns 0 or 1.
-  int passOver(BufferSlot& slot);
+  [[nodiscard]] int passOver(BufferSlot& slot);
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
-  int fail();
+  [[nodiscard]] int fail();
 
   // Takes note of a read, and lets the ring fill once the source proves slower than memory.
   void accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time);

@@ -191,8 +191,8 @@ int OpenSource::close() {
       file_->changedWhileRead = true;
     }
   }
-  if (fd_.close() == 0) return 0;
-  const int error = errno;
+  const int error = fd_.close();
+  if (error == 0) return 0;
   logger->log(kUrgent, msg::kFileReaderCloseFailed, std::strerror(error));
   logger->log(kUrgent, msg::kFileReaderCloseFailedFile, file_->srcPath);
   return 1;

@@ -64,8 +64,8 @@ class OpenSource {
     int error = 0;
   };
 
-  int openDescriptor();
-  int openWaiting();
+  [[nodiscard]] int openDescriptor();
+  [[nodiscard]] int openWaiting();
   Reading readData(char* data, std::int64_t size) const;
   void follow(const struct stat& status);
   std::int64_t holeAhead(std::int64_t wanted, std::int32_t capacity) const;
