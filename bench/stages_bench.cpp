@@ -22,12 +22,12 @@
 #include <vector>
 
 #include "bench/comparison.h"
+#include "config/properties.h"
 #include "config/run_options.h"
 #include "log/logger.h"
 #include "pipeline/ring/buffer_q.h"
 #include "reader/list/copy_list.h"
 #include "reader/stage/file_reader_module.h"
-#include "tests/support/wide_properties.h"
 #include "writer/file_writer_module.h"
 #include "writer/modsum64_process_module.h"
 #include "writer/sparse_process_module.h"
@@ -179,11 +179,16 @@ int main(int argc, char** argv) {
   if (log.LoadMessage("tamrix") != 0 || log.init(kUrgent) != 0) return 1;
   logger = &log;
   const std::string destination = dir + "/dst";
-  const test::WideProperties store({{"srcpath", dir + "/src"},
-                                    {"srcspec", "*"},
-                                    {"dstpath", destination},
-                                    {"checksumea", "user._ltfs.modsum64"},
-                                    {"ignore-vendor-check", "enable"}});
+  // The stage wants an attribute's name, though a copy stores nothing.
+  std::vector<KnownProperty> table(programProperties().begin(), programProperties().end());
+  table.push_back({"checksumea", "user._ltfs.checksum"});
+  Properties store(table);
+  properties = &store;
+  if (!store.setDefaults() || store.addProperty("srcpath", dir + "/src") != 0 ||
+      store.addProperty("srcspec", "*") != 0 || store.addProperty("dstpath", destination) != 0 ||
+      store.addProperty("ignore-vendor-check", "enable") != 0) {
+    return 1;
+  }
 
   const std::vector<int> available = availableCores();
   const Cores two = {available.front(), available.back()};
