@@ -27,7 +27,7 @@ int Properties::parseFile(const char* fileName, bool isConfig, std::function<boo
   for (const BatchParam& param : params) {
     if (addProperty(param.name, param.value) != 0) {
       logger->log(kUrgent, msg::kPropertiesParamRefused, param.name, param.value);
-      logger->log(kUrgent, msg::kPropertiesParamHint);
+      logger->log(kUrgent, texts_.paramHint);
       return 1;
     }
   }

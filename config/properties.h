@@ -18,7 +18,8 @@ struct ProgramTexts {
   int firstUsageId =
       msg::kUsage00.number;  // the usage text ends before the first id that the catalogue lacks
   int lastUsageId = 30999;
-  MessageId<> hint = msg::kPropertiesArgHint;  // follows a refused argument
+  MessageId<> hint = msg::kPropertiesArgHint;         // follows a refused argument
+  MessageId<> paramHint = msg::kPropertiesParamHint;  // follows a refused parameter of a batch file
 };
 
 // Purpose: holds every option of a run and decides which options exist at all: only keys of the table handed

@@ -28,8 +28,8 @@ int runTamrix(int argc, const char* const* argv) {
 }
 
 int runTamrixAudit(int argc, const char* const* argv) {
-  constexpr ProgramTexts kTexts = {msg::kAuditUsage00.number, msg::kAuditUsageHint.number - 1,
-                                   msg::kAuditUsageHint};
+  constexpr ProgramTexts kTexts = {msg::kAuditUsage00.number, msg::kAuditParamHint.number - 1,
+                                   msg::kAuditUsageHint, msg::kAuditParamHint};
   return runProgram({auditProperties(), kTexts, runAudit}, argc, argv);
 }
 
