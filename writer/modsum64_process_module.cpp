@@ -67,7 +67,12 @@ int modsum64ProcessModule::auditFile(const BufferSlot& slot) const {
       logger->log(kWarning, msg::kChecksumStageNotPossible);
       break;
   }
-  if (const int updated = updateChecksum(slot, ChecksumTarget::kSource); updated != 0) return updated;
+  if (slot.file->changedWhileRead && options_.checksumUpdate > ChecksumUpdateMode::kCalcOnly) {
+    // What was read may never have been the file's content at any one time.
+    logger->log(kWarning, msg::kChecksumStageChanged, slot.file->srcPath);
+  } else if (const int updated = updateChecksum(slot, ChecksumTarget::kSource); updated != 0) {
+    return updated;
+  }
 
   const std::string pair = "\"" + word + "\",\"" + slot.file->srcPath + "\"";
   if (result == AuditResult::kFail) {
