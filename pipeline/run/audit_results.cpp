@@ -93,6 +93,20 @@ void AuditResults::tellCounts() const {
 void AuditResults::drawMap() const {
   struct statvfs volume {};
   std::uint64_t freeBytes = 0;
+  if (!layout_->partitions().empty()) drawBars();
+  for (const PartitionLayout& partition : layout_->partitions()) {
+    logger->output(msg::kManagerMapFiles, partition.letter, partition.files, gigabytes(partition.bytes),
+                   partition.outOfNameOrder);
+    logger->output(msg::kManagerMapGaps, partition.gaps,
+                   gigabytes(partition.gapBlocks * layout_->blockSize()),
+                   gigabytes(partition.largestGap * layout_->blockSize()), partition.reclaimablePercent());
+  }
+  if (layout_->filesWithoutPosition() != 0) {
+    logger->output(msg::kManagerMapWithoutPosition, layout_->filesWithoutPosition());
+  }
+}
+
+void AuditResults::drawBars() const {
   if (statvfs(options_.srcpath.c_str(), &volume) == 0) freeBytes = volume.f_bfree * volume.f_frsize;
   const MapCharacters characters = terminalCharacters();
   const VolumeMap map = drawVolume(*layout_, freeBytes, terminalWidth() - kBeforeBar, characters);
@@ -103,15 +117,6 @@ void AuditResults::drawMap() const {
   const MapCells& cells = mapCells(characters);
   logger->output(msg::kManagerMapLegend, cells.data, cells.mixed, cells.gap, cells.free,
                  gigabytes(freeBytes));
-  for (const PartitionLayout& partition : layout_->partitions()) {
-    logger->output(msg::kManagerMapFigures, partition.letter, partition.files, gigabytes(partition.bytes),
-                   partition.gaps, gigabytes(partition.gapBlocks * layout_->blockSize()),
-                   gigabytes(partition.largestGap * layout_->blockSize()), partition.reclaimablePercent(),
-                   partition.outOfNameOrder);
-  }
-  if (layout_->filesWithoutPosition() != 0) {
-    logger->output(msg::kManagerMapWithoutPosition, layout_->filesWithoutPosition());
-  }
 }
 
 }  // namespace tamrix

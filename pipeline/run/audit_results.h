@@ -29,6 +29,7 @@ class AuditResults {
   void drawMap() const;
 
   const RunOptions& options_;
+  void drawBars() const;
   const AuditOptions auditOptions_;
   const CopyList& list_;
   std::optional<AuditReport> report_;

@@ -19,8 +19,10 @@ TapeLayout::Place TapeLayout::add(const Extent& extent) {
   PartitionLayout& partition = partitionOf(extent);
   ++partition.files;
   partition.bytes += size;
-  if (previous_ != nullptr && extent.file->srcPath < previous_->file->srcPath) ++partition.outOfNameOrder;
-  previous_ = &extent;
+  if (previous_ == nullptr || previous_->startBlock != extent.startBlock) {  // not a link to the same data
+    if (previous_ != nullptr && extent.file->srcPath < previous_->file->srcPath) ++partition.outOfNameOrder;
+    previous_ = &extent;
+  }
   if (place.blocks == 0) return place;
 
   const Blocks start = extent.startBlock;

@@ -76,7 +76,7 @@ VolumeMap drawVolume(const TapeLayout& layout, std::uint64_t freeBytes, int widt
 
 std::string gigabytes(Blocks bytes) {
   const double value = static_cast<double>(bytes) / 1e9;
-  const int digits = value >= 100 ? 0 : value >= 1 ? 1 : 3;
+  const int digits = value >= 100 || value == 0 ? 0 : value >= 1 ? 1 : 3;
   std::array<char, 64> text{};
   (void)std::snprintf(text.data(), text.size(), "%.*f", digits, value);
   return text.data();

@@ -88,7 +88,7 @@ TEST(AuditProgram, fileThatCannotBeReadIsToldAndTheOthersAreAudited) {
             std::string::npos);
 }
 
-// Two partitions; gaps at the beginning, in the middle, none; an empty file; a name that is no UTF-8.
+// Two partitions; gaps at the beginning, in the middle, none; an empty file; a name that is no UTF-8; links.
 TEST(AuditProgram, tapeAuditReportsLinesFiguresAndJson) {
   const TempDir dir;
   dir.tapeFile("src/i", std::string(10, 'x'), "volume", 'a', 0);
@@ -102,23 +102,30 @@ TEST(AuditProgram, tapeAuditReportsLinesFiguresAndJson) {
   const ProgramRun run =
       audit(dir, {"-map", "-report=" + report}, {.environment = {{"COLUMNS", "42"}, {"LC_ALL", "C"}}});
   EXPECT_EQ(run.status, 0) << run;
-  EXPECT_EQ(run.linesAfter("Audit:cpr - Gap detected - ").size(), 2U) << run;
-  EXPECT_EQ(run.linesAfter("Audit:cpr - File ").size(), 5U) << run;
-  EXPECT_EQ(run.count(text(msg::kManagerMapFigures, 'a', 1, "0.000", 0, "0.000", "0.000", 0, 0)), 1) << run;
-  EXPECT_EQ(run.count(text(msg::kManagerMapFigures, 'b', 4, "0.000", 2, "0.000", "0.000", 80, 1)), 1) << run;
+  std::filesystem::create_symlink(dir / "src/n", dir / "src/n1");
+  std::filesystem::create_hard_link(dir / "src/n", dir / "src/n2");
+  // Kept: each further name of a file is told as a gap backwards.
+  EXPECT_EQ(run.linesAfter("Audit:cpr - Gap detected - ").size(), 2U + 2U) << run;
+  EXPECT_EQ(run.linesAfter("Audit:cpr - File ").size(), 7U) << run;
+  EXPECT_EQ(run.count(text(msg::kManagerMapBar, 'b', "+" + std::string(39, '-'))), 1) << run;
+  for (const auto& figures :
+       {text(msg::kManagerMapFiles, 'a', 1, "0.000", 0), text(msg::kManagerMapGaps, 0, "0", "0", 0),
+        text(msg::kManagerMapFiles, 'b', 6, "0.000", 1), text(msg::kManagerMapGaps, 2, "0.000", "0.000", 80)})
+    EXPECT_EQ(run.count(figures), 1) << figures << run;
   const auto file = [&](const std::string& name, const std::string& rest) {
-    return "{\"path\":\"" + path + "/" + name + rest + "}\n";
+    return "{\"path\":\"" + path + "/" + name + rest;
   };
   const std::string json = test::readFile(report);
   for (const std::string& line :
-       {file("n", "\",\"bytes\":10,\"partition\":\"b\",\"block\":20,\"blocks\":1,\"gap_before\":7"),
-        file("o", "\",\"bytes\":0,\"partition\":\"b\",\"block\":30,\"blocks\":0,\"gap_before\":0"),
+       {file("n", "\",\"bytes\":10,\"partition\":\"b\",\"block\":20,\"blocks\":1,\"gap_before\":"),
+        file("n1", "\",\"bytes\":10,\"partition\":\"b\",\"block\":20,\"blocks\":1,\"gap_before\":"),
+        file("o", "\",\"bytes\":0,\"partition\":\"b\",\"block\":30,\"blocks\":0,\"gap_before\":0}\n"),
         file("z\xEF\xBF\xBD", "\",\"path_escaped\":\"" + path +
                                   "/z%FF\",\"bytes\":1001,\"partition\":\"b\",\"block\":10,"
-                                  "\"blocks\":2,\"gap_before\":10")})
+                                  "\"blocks\":2,\"gap_before\":10}\n")})
     EXPECT_NE(json.find(line), std::string::npos) << line << json;
   EXPECT_NE(
-      json.find("{\"partition\":\"b\",\"files\":4,\"bytes\":2010,\"blocks_to_end\":21,\"gaps\":2,"
+      json.find("{\"partition\":\"b\",\"files\":6,\"bytes\":2030,\"blocks_to_end\":21,\"gaps\":2,"
                 "\"gap_blocks\":17,\"largest_gap\":10,\"reclaimable_percent\":80,\"out_of_name_order\":1}"),
       std::string::npos)
       << json;
