@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "log/logger.h"
+#include "pipeline/ring/stop_flag.h"
 #include "reader/list/copy_list.h"
 
 namespace tamrix {
@@ -43,18 +44,17 @@ bool findBlockSize(const std::string& path, std::int32_t& blockSize) {
   return blockSize > 0;
 }
 
-Audit::Audit(const RunOptions& options) : options_(options) { logger->log(kDebug, msg::kAuditConstructor); }
+Audit::Audit(const RunOptions& options, const StopFlag& stop) : options_(options), stop_(stop) {
+  logger->log(kDebug, msg::kAuditConstructor);
+}
 
 int Audit::report(const CopyList& list) const {
   std::int32_t blockSize = 0;
   if (readBlockSize(blockSize) != 0) return 1;
-  if (list.extents().empty()) {
-    logger->log(kUrgent, msg::kAuditNoFiles);
-    return 1;
-  }
   Blocks expectedBlock = 0;
   Blocks usedBlocks = 0;
   for (const Extent* extent : list.extents()) {
+    if (stop_.isSet()) return 1;
     const std::int64_t size = extent->file->fileSize;
     const Blocks blocks = size / blockSize + (size % blockSize != 0 ? 1 : 0);
     reportFile(*extent, blocks, expectedBlock);
@@ -94,10 +94,10 @@ void Audit::reportFile(const Extent& extent, Blocks blocks, Blocks& expectedBloc
 }
 
 void Audit::reportSummary(const CopyList& list, Blocks usedBlocks, std::int32_t blockSize) const {
-  const Extent& first = *list.extents().front();
-  const Extent& last = *list.extents().back();
+  const auto& extents = list.extents();
+  const std::string& path = options_.srcpath;
   struct statfs fileSystem {};
-  if (statfs(first.file->srcPath.c_str(), &fileSystem) != 0) {
+  if (statfs((extents.empty() ? path : extents.front()->file->srcPath).c_str(), &fileSystem) != 0) {
     const int error = errno;
     logger->log(kDebug, msg::kAuditStatfsFailed, std::strerror(error));
     fileSystem = {};
@@ -108,18 +108,22 @@ void Audit::reportSummary(const CopyList& list, Blocks usedBlocks, std::int32_t 
   // Kept: the text says bytes.
   logger->log(kDebug, msg::kAuditBytesWritten, shown(usedMegabytes));
 
-  // Kept: the last file's size is rounded down and one block added, so a last file of whole blocks counts one
-  // block more than it has.
-  const Blocks lastEnd = Blocks{last.startBlock} + last.file->fileSize / blockSize + 1;
-  const Blocks span = lastEnd - first.startBlock;
-  if (span == 0) {
-    logger->log(kWarning, msg::kAuditNoSpan);
-    return;
+  Blocks span = 0;
+  Blocks percentage = 100;  // without files, of all that is in use
+  if (!extents.empty()) {
+    const Extent& last = *extents.back();
+    // Kept: the last file's size is rounded down and one block added, so a last file of whole blocks counts
+    // one block more than it has.
+    const Blocks lastEnd = Blocks{last.startBlock} + last.file->fileSize / blockSize + 1;
+    span = lastEnd - extents.front()->startBlock;
+    if (span == 0) {
+      logger->log(kWarning, msg::kAuditNoSpan);
+      return;
+    }
+    percentage = 100 + 100 * usedBlocks / -span;
   }
-  const Blocks percentage = 100 + 100 * usedBlocks / -span;
   const Blocks reclaimable = percentage * usedMegabytes / 100;
-  const std::string& path = options_.srcpath;
-  const auto files = static_cast<long>(list.extents().size());
+  const auto files = static_cast<long>(extents.size());
   logger->output(msg::kAuditHeader, path, files, shown(span), shown(usedBlocks), shown(reclaimable),
                  static_cast<std::int32_t>(percentage));
   logger->log(kInfo, msg::kAuditHeader, path, files, shown(span), shown(usedBlocks), shown(reclaimable),

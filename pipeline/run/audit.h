@@ -10,6 +10,7 @@
 namespace tamrix {
 
 class CopyList;
+class StopFlag;
 struct Extent;
 
 // Finds out the size in bytes of a block of the volume that `path` is on. Returns false, silently, when it is
@@ -19,12 +20,12 @@ bool findBlockSize(const std::string& path, std::int32_t& blockSize);
 // Threads: the main thread; no pipeline runs meanwhile. Lifetime: any.
 class Audit {
  public:
-  // `options` must outlive it: the source path is where the volume is mounted.
-  explicit Audit(const RunOptions& options);
+  // Both must outlive it. The source path of `options` is where the volume is mounted; `stop` breaks off.
+  Audit(const RunOptions& options, const StopFlag& stop);
 
   // Reports gaps between consecutive files, a line per file and a summary, as log lines at kInfo; the summary
-  // also as plain output. Returns 0; or 1, logged at kUrgent, when the volume's block size can't be read or
-  // is none, or when there are no files. When the files span no blocks, a warning stands in for the summary.
+  // also as plain output. Returns 0; or 1 when the volume's block size can't be read or is none, logged at
+  // kUrgent, and when a stop came. When the files span no blocks, a warning stands in for the summary.
   [[nodiscard]] int report(const CopyList& list) const;
 
  private:
@@ -34,6 +35,7 @@ class Audit {
   void reportSummary(const CopyList& list, Blocks usedBlocks, std::int32_t blockSize) const;
 
   const RunOptions& options_;
+  const StopFlag& stop_;
 };
 
 }  // namespace tamrix

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "log/logger.h"
+#include "pipeline/ring/stop_flag.h"
 #include "pipeline/run/audit.h"
 #include "pipeline/run/volume_map.h"
 #include "reader/list/copy_list.h"
@@ -46,8 +47,9 @@ MapCharacters terminalCharacters() {
 
 }  // namespace
 
-AuditResults::AuditResults(const RunOptions& options, AuditOptions auditOptions, const CopyList& list)
-    : options_(options), auditOptions_(std::move(auditOptions)), list_(list) {}
+AuditResults::AuditResults(const RunOptions& options, AuditOptions auditOptions, const CopyList& list,
+                           const StopFlag& stop)
+    : options_(options), auditOptions_(std::move(auditOptions)), list_(list), stop_(stop) {}
 
 int AuditResults::prepare() {
   if (auditOptions_.report.empty()) return 0;
@@ -55,19 +57,19 @@ int AuditResults::prepare() {
   return report_->open(list_);
 }
 
-void AuditResults::finish(bool isWhole) {
+void AuditResults::finish() {
   if (std::int32_t blockSize = 0; findBlockSize(options_.srcpath, blockSize)) layout_.emplace(blockSize);
-  const int collected = collect(isWhole);
+  const int collected = collect();
   if (options_.audit == AuditMode::kFiles) tellCounts();
   if (options_.audit == AuditMode::kTape && layout_ &&
       (auditOptions_.map == MapMode::kOn ||
        (auditOptions_.map == MapMode::kAuto && isatty(STDOUT_FILENO) != 0))) {
     drawMap();
   }
-  if (report_ && isWhole && collected == 0) (void)report_->complete(sums_, layout_ ? &*layout_ : nullptr);
+  if (report_ && collected == 0 && !stop_.isSet()) (void)report_->complete(sums_, layout_ ? &*layout_ : nullptr);
 }
 
-int AuditResults::collect(bool isWhole) {
+int AuditResults::collect() {
   int result = 0;
   for (const Extent* extent : list_.extents()) {
     const FileC& file = *extent->file;
@@ -76,7 +78,7 @@ int AuditResults::collect(bool isWhole) {
     ++sums_.results.at(static_cast<std::size_t>(file.auditResult));
     TapeLayout::Place place;
     if (layout_) place = layout_->add(*extent);
-    if (report_ && isWhole && result == 0) result = report_->add(*extent, layout_ ? &place : nullptr);
+    if (report_ && result == 0 && !stop_.isSet()) result = report_->add(*extent, layout_ ? &place : nullptr);
   }
   return result;
 }
@@ -91,8 +93,6 @@ void AuditResults::tellCounts() const {
 }
 
 void AuditResults::drawMap() const {
-  struct statvfs volume {};
-  std::uint64_t freeBytes = 0;
   if (!layout_->partitions().empty()) drawBars();
   for (const PartitionLayout& partition : layout_->partitions()) {
     logger->output(msg::kManagerMapFiles, partition.letter, partition.files, gigabytes(partition.bytes),
@@ -107,6 +107,8 @@ void AuditResults::drawMap() const {
 }
 
 void AuditResults::drawBars() const {
+  struct statvfs volume {};
+  std::uint64_t freeBytes = 0;
   if (statvfs(options_.srcpath.c_str(), &volume) == 0) freeBytes = volume.f_bfree * volume.f_frsize;
   const MapCharacters characters = terminalCharacters();
   const VolumeMap map = drawVolume(*layout_, freeBytes, terminalWidth() - kBeforeBar, characters);

@@ -11,27 +11,30 @@
 namespace tamrix {
 
 class CopyList;
+class StopFlag;
 
-// Threads: the main thread, while no stage runs. Lifetime: one run; options and list outlive it.
+// Threads: the main thread, while no stage runs. Lifetime: one run; options, list and flag outlive it.
 class AuditResults {
  public:
-  AuditResults(const RunOptions& options, AuditOptions auditOptions, const CopyList& list);
+  AuditResults(const RunOptions& options, AuditOptions auditOptions, const CopyList& list,
+               const StopFlag& stop);
 
   // Makes ready for the report, before time is spent on the audit. Returns 0, or 1 after logging why not.
   [[nodiscard]] int prepare();
-  // Counts, draws and reports. Without `isWhole` the audit was stopped, and its report would be half of one.
-  void finish(bool isWhole);
+  // Counts, draws and reports. After a stop there is no report: it would be half of one.
+  void finish();
 
  private:
   // One pass over the list. Returns 0, or 1 when the report failed.
-  [[nodiscard]] int collect(bool isWhole);
+  [[nodiscard]] int collect();
   void tellCounts() const;
   void drawMap() const;
+  void drawBars() const;
 
   const RunOptions& options_;
-  void drawBars() const;
   const AuditOptions auditOptions_;
   const CopyList& list_;
+  const StopFlag& stop_;
   std::optional<AuditReport> report_;
   std::optional<TapeLayout> layout_;  // where the volume's block size is known
   AuditSums sums_;

@@ -59,10 +59,13 @@ int ModuleManager::run() {
     setOption("recursive", "enable");
   }
   options_ = readRunOptions(*properties);
-  if (options_.audit == AuditMode::kTape && storesChecksums(options_.checksumUpdate)) {
-    // A person who asks for checksums is not to believe that they are there now.
-    logger->log(kUrgent, msg::kManagerChecksumNeedsFiles);
-    return 1;
+  if (options_.audit == AuditMode::kTape) {
+    if (storesChecksums(options_.checksumUpdate)) {
+      // A person who asks for checksums is not to believe that they are there now.
+      logger->log(kUrgent, msg::kManagerChecksumNeedsFiles);
+      return 1;
+    }
+    options_.batchfile.clear();  // its files would be listed a second time
   }
   list_.emplace(*globals_, options_);
   if (const int result = list_->getList(); result != 0) return result;
@@ -79,18 +82,17 @@ int ModuleManager::run() {
 }
 
 int ModuleManager::auditTape() {
-  AuditResults results(options_, readAuditOptions(*properties), *list_);
-  if (results.prepare() == 0 && Audit(options_).report(*list_) == 0) {
-    results.finish(!globals_->stopExecution.isSet());
-  }
+  const StopFlag& stop = globals_->stopExecution;
+  AuditResults results(options_, readAuditOptions(*properties), *list_, stop);
+  if (results.prepare() == 0 && Audit(options_, stop).report(*list_) == 0) results.finish();
   return 0;
 }
 
 int ModuleManager::auditFiles() {
-  AuditResults results(options_, readAuditOptions(*properties), *list_);
+  AuditResults results(options_, readAuditOptions(*properties), *list_, globals_->stopExecution);
   if (results.prepare() != 0) return 1;
-  const int result = runPipeline();
-  if (result == 0) results.finish(!globals_->stopExecution.isSet());
+  const int result = list_->extents().empty() ? 0 : runPipeline();
+  if (result == 0) results.finish();
   return result;
 }
 

@@ -233,6 +233,8 @@ void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
 }
 
 int CopyList::finish() {
+  // An audit may find no file at all; then the source path itself tells whose volume it is.
+  if (!vendorOk_ && !writes_ && sorted_.empty()) vendorOk_ = isSoftwareVendorVOQ(options_.srcpath);
   if (!vendorOk_) {
     logger->log(kUrgent, msg::kMainNoLtfsSide);
     return 1;
@@ -240,7 +242,7 @@ int CopyList::finish() {
   if (sorted_.empty()) {
     logger->log(kDebug, msg::kCopyListNoFiles);
     logger->log(kWarning, msg::kCopyListNoSourceFiles);
-    return 1;
+    return writes_ ? 1 : 0;
   }
   logger->log(kDebug, msg::kCopyListFilesFound, static_cast<std::int32_t>(sorted_.size()));
   if (globals_.stopExecution.isSet()) return 1;

@@ -25,8 +25,8 @@ class CopyList {
   CopyList(const CopyList&) = delete;
   CopyList& operator=(const CopyList&) = delete;
 
-  // Builds the list; to be called once. Returns 0 when it holds at least one extent and is sorted. Otherwise
-  // the run ends: a lister's code, or 1 for a conflict, no volume on either side, no files, no memory or an
+  // Builds the list; to be called once. Returns 0 when it is sorted and holds at least one extent, which that
+  // of an audit need not. Otherwise the run ends: a lister's code, or 1 for a conflict, no volume on either side, no files, no memory or an
   // interrupt; all but the interrupt are logged. Dropped pairs don't end the run: duplicates, answers of
   // "no", sources that are gone or no regular files, destinations that are their own source or can't be
   // examined.
