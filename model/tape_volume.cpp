@@ -102,7 +102,8 @@ class Volume {
 
   int getAttribute(const char* path, const std::string& name, char* to, std::size_t size) const {
     if (!name.starts_with(kVirtualPrefix)) {
-      return outcome(lgetxattr(backing(path).c_str(), name.c_str(), to, size));
+      const int got = outcome(lgetxattr(backing(path).c_str(), name.c_str(), to, size));
+      return got >= 0 && name == settings_.badAttribute ? -EIO : got;
     }
     const std::map<std::string, std::string> all = virtualAttributes(path);
     const auto found = all.find(name);

@@ -5,7 +5,7 @@
 //     -vendor=TEXT -uuid=TEXT -blocksize=BYTES
 //     -drive=lto5...lto9   the generation of the drive; lto9 without it
 //     -bad-block=P:BLOCK   reading block BLOCK of partition P fails; any number of them
-//     -bad-attribute=NAME  reading the virtual attribute fails
+//     -bad-attribute=NAME  reading the attribute fails
 //     -delay=FACTOR        sleep FACTOR times the modelled time; 0 (not at all) without it
 #pragma once
 

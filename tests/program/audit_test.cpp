@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
 #include "tests/program/copy_scene.h"
@@ -14,11 +15,16 @@ using test::TempDir;
 const std::string kFirst(5000, 'a');
 const std::string kSecond(5000, 'b');
 
-ProgramRun audit(const TempDir& dir, std::vector<std::string> args, ProgramOptions options = {}) {
+std::vector<std::string> auditOf(const TempDir& dir, const std::vector<std::string>& more) {
+  std::vector<std::string> args = {"-recursive", "-ignore-vendor-check", "-total-buffer-size=64KB",
+                                   "-buffer-size=1KB", "-srcpath=" + (dir / "src")};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+ProgramRun audit(const TempDir& dir, const std::vector<std::string>& args, ProgramOptions options = {}) {
   options.program = TAMRIX_AUDIT_PROGRAM;
-  args.insert(args.end(), {"-recursive", "-ignore-vendor-check", "-total-buffer-size=64KB",
-                           "-buffer-size=1KB", "-srcpath=" + (dir / "src")});
-  return runProgram(args, options);
+  return runProgram(auditOf(dir, args), options);
 }
 
 std::string counts(long long passed, long long failed, long long notPossible, long long notRead) {
@@ -96,14 +102,14 @@ TEST(AuditProgram, tapeAuditReportsLinesFiguresAndJson) {
   dir.tapeFile("src/m", std::string(999, 'x'), "volume", 'b', 12);
   dir.tapeFile("src/n", std::string(10, 'x'), "volume", 'b', 20);
   dir.tapeFile("src/o", "", "volume", 'b', 30);
+  std::filesystem::create_symlink(dir / "src/n", dir / "src/n1");
+  std::filesystem::create_hard_link(dir / "src/n", dir / "src/n2");
   test::setXattr(dir / "src", "user.ltfs.volumeBlocksize", "1000");
   const std::string path = dir / "src";
   const std::string report = dir / "report";
   const ProgramRun run =
       audit(dir, {"-map", "-report=" + report}, {.environment = {{"COLUMNS", "42"}, {"LC_ALL", "C"}}});
   EXPECT_EQ(run.status, 0) << run;
-  std::filesystem::create_symlink(dir / "src/n", dir / "src/n1");
-  std::filesystem::create_hard_link(dir / "src/n", dir / "src/n2");
   // Kept: each further name of a file is told as a gap backwards.
   EXPECT_EQ(run.linesAfter("Audit:cpr - Gap detected - ").size(), 2U + 2U) << run;
   EXPECT_EQ(run.linesAfter("Audit:cpr - File ").size(), 7U) << run;
@@ -145,7 +151,7 @@ TEST(AuditProgram, reportsAreWholeOrNotThere) {
   for (const Case& c : std::vector<Case>{{dir / "out/new", EFBIG, small},
                                          {dir / "out/old", EFBIG, small},
                                          {dir / "out", EISDIR},
-                                         {"/dev/null", EINVAL},
+                                         {"/dev/full", EINVAL},
                                          {dir / "missing/new", ENOENT},
                                          {source, EEXIST}}) {
     const ProgramRun run = audit(dir, {"-audit=files", "-report=" + c.report}, c.options);
@@ -155,6 +161,63 @@ TEST(AuditProgram, reportsAreWholeOrNotThere) {
     EXPECT_EQ(test::readFile(dir / "out/old"), "old");
     EXPECT_EQ(test::readFile(source), kFirst);
   }
+}
+
+// An empty volume is one all the same; what is no volume is not.
+TEST(AuditProgram, nothingToAuditIsReportedAsNothing) {
+  const TempDir dir;
+  const std::string report = dir / "report";
+  std::filesystem::create_directory(dir / "src");
+  test::setXattr(dir / "src", "user.ltfs.volumeBlocksize", "1000");
+  for (const std::string kind : {"tape", "files"}) {
+    for (const std::string vendor : {"other", "VOQ"}) {
+      std::filesystem::remove(report);
+      test::setXattr(dir / "src", "user.ltfs.softwareVendor", vendor);
+      const ProgramRun run =
+          audit(dir, {"-audit=" + kind, "-map", "-report=" + report, "-ignore-vendor-check=disable"});
+      const bool isVolume = vendor == "VOQ";
+      EXPECT_EQ(run.status, isVolume ? 0 : 1) << run;
+      EXPECT_EQ(run.count(text(isVolume ? msg::kCopyListNoSourceFiles : msg::kMainNoLtfsSide)), 1) << run;
+      EXPECT_EQ(run.out.find("files=0, total blocks=0, used blocks=0,") != run.out.npos,
+                isVolume && kind == "tape")
+          << run;
+      EXPECT_EQ(run.count(counts(0, 0, 0, 0)), isVolume && kind == "files" ? 1 : 0) << run;
+      EXPECT_EQ(test::readFile(report).find("{\"sums\":true,\"status\":0,\"files\":0,"),
+                isVolume ? 0 : std::string::npos);
+    }
+  }
+}
+
+TEST(AuditProgram, interruptLeavesWholeAttributesAndNoReport) {
+  const TempDir dir;
+  const std::string attribute = "user._ltfs.xxh128";
+  const std::string first = dir.file("src/a", kFirst);
+  const std::string endless = dir.file("src/b");
+  std::filesystem::resize_file(endless, 1ULL << 33);
+  test::setXattr(endless, attribute, "old");
+  RunningProgram program(
+      auditOf(dir, {"-audit=files", "-checksum-update=updateall", "-report=" + (dir / "report")}),
+      {.program = TAMRIX_AUDIT_PROGRAM});
+  ASSERT_TRUE(program.waitForText("Status-file"));
+  program.signal(SIGINT);
+  const ProgramRun& run = program.wait();
+  EXPECT_EQ(run.status, 128 + SIGINT) << run;
+  EXPECT_EQ(run.count(counts(0, 0, 1, 1)), 1) << run;
+  EXPECT_EQ(test::getXattr(first, attribute).size(), 32U);
+  EXPECT_EQ(test::getXattr(endless, attribute), "old");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << "src alone";
+}
+
+// A run whose log nobody reads stands still.
+TEST(AuditProgram, changedWhileItIsReadIsNotSealed) {
+  const TempDir dir;
+  const std::string path = dir.file("src/f", std::string(1 << 20, 'x'));
+  RunningProgram program(auditOf(dir, {"-audit=files", "-checksum-update=newonly", "-loglevel=DEBUG"}),
+                         {.program = TAMRIX_AUDIT_PROGRAM});
+  ASSERT_TRUE(program.waitForText("ms64PM:pB - Start of file"));
+  std::filesystem::last_write_time(path, {});
+  EXPECT_EQ(program.wait().status, 0);
+  EXPECT_EQ(test::getXattr(path, "user._ltfs.xxh128"), "<none>");
 }
 
 TEST(AuditProgram, whatItCannotDoIsRefused) {
@@ -169,6 +232,9 @@ TEST(AuditProgram, whatItCannotDoIsRefused) {
       {{"-audit=files", "-checksum="}, text(msg::kManagerChecksumMissing)},
       {{"-checksum-update=newonly"}, text(msg::kManagerChecksumNeedsFiles)},
       {{"-audit=tape"}, text(msg::kAuditNoBlockSize, dir / "src")},
+      {{"-batchfile=" + dir.file("b.xml", "<tamrixspec version=\"1.0\"><params><sparse>enable</sparse></params>"
+                                          "<data></data></tamrixspec>")},
+       text(msg::kAuditParamHint)},
   };
   for (const auto& [args, message] : rows) {
     const ProgramRun run = audit(dir, args);

@@ -103,5 +103,29 @@ TEST(TapeVolume, aBlockThatCannotBeReadEndsTheRunAndLeavesNoHalfFile) {
   }
 }
 
+// A file that can't be read, and a checksum that is there but can't be read, stop no audit of the others.
+TEST(TapeVolume, auditsReadInTapeOrderPastWhatCannotBeRead) {
+  const std::string attribute = "user._ltfs.xxh128";
+  MountedVolume volume(kScattered, {kSmallBlocks, "-bad-attribute=" + attribute,
+                                    "-bad-block=b:" + std::to_string(kFar / 2 + 1)});
+  SKIP_UNLESS_MOUNTED(volume);
+  test::setXattr(volume / "d", attribute, "there");
+  const ProgramRun run = runProgram(
+      {"-audit=files", "-srcpath=" + volume.path(), "-recursive", "-checksum-update=newonly"},
+      {.program = TAMRIX_AUDIT_PROGRAM});
+  EXPECT_EQ(run.status, 1) << run;
+  EXPECT_EQ(run.count(text(msg::kManagerAuditCounts, 0, 0, 6, 1)), 1) << run;
+  EXPECT_EQ(run.count(text(msg::kChecksumStageNotReplaced, attribute, volume / "d")), 1) << run;
+  for (const MountedVolume::File& file : kScattered) {
+    const std::string stored = test::getXattr(volume.backing(file.path), attribute);
+    if (file.path == "d" || file.path == "a") {
+      EXPECT_EQ(stored, file.path == "d" ? "there" : "<none>") << run;
+    } else {
+      EXPECT_EQ(stored.size(), 32U) << file.path << run;
+    }
+  }
+  EXPECT_EQ(volume.unmount().reads, kTapeOrder) << run;
+}
+
 }  // namespace
 }  // namespace tamrix
