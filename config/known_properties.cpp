@@ -54,4 +54,12 @@ std::span<const KnownProperty> programProperties() { return kProgramProperties; 
 
 std::span<const KnownProperty> auditProperties() { return kAuditProperties; }
 
+std::span<const ProgramTable> programTables() {
+  static constexpr std::array kTables = {
+      ProgramTable{"tamrix", kProgramProperties},
+      ProgramTable{"tamrix-audit", kAuditProperties},
+  };
+  return kTables;
+}
+
 }  // namespace tamrix

@@ -22,4 +22,12 @@ std::span<const KnownProperty> programProperties();
 // The options of tamrix-audit.
 std::span<const KnownProperty> auditProperties();
 
+// A program, by the name that it is installed under, and its options.
+struct ProgramTable {
+  std::string_view name;
+  std::span<const KnownProperty> options;
+};
+// All programs: one row each, walked by what makes and checks completions, man pages and usage texts.
+std::span<const ProgramTable> programTables();
+
 }  // namespace tamrix

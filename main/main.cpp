@@ -45,7 +45,7 @@
 // log/              logger, message catalogue (catalogue/root.txt), typed message ids, annotated mutex
 //
 // Beside them: tests/ mirrors the folders; model/ is a modelled tape volume; bench/ measures; fuzz/ feeds bad
-// input; docs/ is for operators and successors.
+// input; packaging/ is what is installed beside the programs; docs/ is for operators and successors.
 #include "main/run_program.h"
 
 int main(int argc, char** argv) { return tamrix::runTamrix(argc, argv); }
