@@ -30,18 +30,17 @@ void prepareProcess() {
   (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
-// Makes the logger follow "loglevel" and "timer". Returns 0, or -1 when there is no level.
-int setupLogger(const Properties& store, Logger& log) {
+// Makes the logger follow "loglevel" and "timer", which there are once the defaults are set.
+void setupLogger(const Properties& store, Logger& log) {
   std::string name;
   if (store.getProperty("loglevel", name) != 0) {
     log.log(kDebug, msg::kLoggerLevelNotDefined);
-    return -1;
+    return;
   }
   const int level = log.convertLevel(name);
   const bool timer = store.testProperty("timer", "enable") != 0;
   log.log(kDebug, msg::kLoggerLevelOption, name);
   log.reinit(level, timer);
-  return 0;
 }
 
 // Settles all options: defaults, command line, batch file, and the command line again, so that it wins.

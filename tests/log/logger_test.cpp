@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -15,9 +16,13 @@ using test::CapturedLog;
 TEST(Logger, textsAreWrittenWholeWhateverTheirLengthAndBytes) {
   for (const std::size_t length : {0U, 4086U, 4087U, 4096U, 100000U}) {
     const std::string path(length, '%');
-    const CapturedLog captured;
-    logger->log(kInfo, msg::kFileWriterCopy, path, "x\n\xff");
-    EXPECT_EQ(captured.logText(), "Copy " + path + " to x\n\xff\n") << length;
+    for (const bool timer : {false, true}) {
+      const CapturedLog captured;
+      logger->reinit(kInfo, timer);
+      logger->log(kInfo, msg::kFileWriterCopy, path, "x\n\xff");
+      const std::size_t stamp = timer ? std::string_view("    0.000123 ").size() : 0;
+      EXPECT_EQ(captured.logText().substr(stamp), "Copy " + path + " to x\n\xff\n") << length;
+    }
   }
 }
 
