@@ -44,9 +44,9 @@ int FileWriterModule::openDestination(FileC& file) {
   logger->log(kDebug, msg::kFileWriterNewFile, file.dstPath);
   logger->log(kInfo, msg::kFileWriterCopy, file.srcPath, file.dstPath);
   // Listed before it is opened: what could fail in listing it must not leave an unlisted file behind.
-  const auto entry = openList_.try_emplace(file.srcPath, file).first;
+  const auto entry = openList_.try_emplace(file.srcPath, file, *this, globals_.stopExecution).first;
   current_ = &entry->second;
-  return current_->open(runFiles_, sparseMode_, globals_.stopExecution);
+  return current_->open(runFiles_, sparseMode_);
 }
 
 void FileWriterModule::finish() {

@@ -5,6 +5,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -19,6 +20,9 @@
 namespace tamrix {
 
 namespace {
+
+// Written in pieces of this size, so that a stop doesn't wait for a large buffer to a slow destination.
+constexpr std::int64_t kWritePiece = 1 << 20;
 
 // Ownership is not copied, so the bits that lend out the owner's rights are not either.
 constexpr mode_t kCopiedModeBits = 01777;
@@ -35,20 +39,17 @@ bool isHeldByAnother(int error) { return error == EACCES || error == EAGAIN; }
 
 }  // namespace
 
-int OpenDestination::open(RunFiles& runFiles, SparseMode sparse, const StopFlag& stop) {
-  if (create(stop) != 0) return 1;
+int OpenDestination::open(RunFiles& runFiles, SparseMode sparse) {
+  if (create() != 0) return 1;
   if (lock() == 0 && examine(runFiles) == 0 && cut(sparse) == 0) return 0;
-  if (isTouched_) {
-    discard();
-  } else {
-    refuse();
-  }
+  discard();
   return 1;
 }
 
-int OpenDestination::create(const StopFlag& stop) {
+int OpenDestination::create() {
   const mode_t mode = file_.fileMode & kCopiedModeBits;
-  FileForWriting opened = openForWriting(file_.dstPath, mode, stop);
+  FileForWriting opened = openForWriting(file_.dstPath, mode, writer_, stop_);
+  if (opened.error == EINTR) return 1;
   if (opened.error != 0) {
     logger->log(kDebug, msg::kFileWriterCreateFailed);
     std::string path = file_.dstPath;
@@ -56,8 +57,9 @@ int OpenDestination::create(const StopFlag& stop) {
       logger->log(kUrgent, msg::kFileWriterSubdirFailed, path);
       return 1;
     }
-    opened = openForWriting(file_.dstPath, mode, stop);
+    opened = openForWriting(file_.dstPath, mode, writer_, stop_);
   }
+  if (opened.error == EINTR) return 1;
   if (opened.error != 0) {
     logger->log(kUrgent, msg::kFileWriterSecondCreateFailed, std::strerror(opened.error));
     return 1;
@@ -105,20 +107,10 @@ int OpenDestination::examine(RunFiles& runFiles) {
 }
 
 int OpenDestination::cut(SparseMode sparse) {
-  bool isCut = sizeBefore_ == 0 || ftruncate(fd_.get(), 0) == 0;
-  if (isCut && sparse == SparseMode::kOn) {
-    isTouched_ = true;
-    isCut = ftruncate(fd_.get(), file_.fileSize) == 0;
-  }
-  if (isCut) return 0;
+  isTouched_ = sizeBefore_ == 0 || ftruncate(fd_.get(), 0) == 0;
+  if (isTouched_ && (sparse == SparseMode::kOff || ftruncate(fd_.get(), file_.fileSize) == 0)) return 0;
   logger->log(kUrgent, msg::kFileWriterTruncateFailed);
   return 1;
-}
-
-void OpenDestination::refuse() {
-  isUnderWay_ = false;
-  if (isMade_) reportAndRemove();
-  (void)fd_.close();
 }
 
 int OpenDestination::write(const BufferSlot& slot) {
@@ -131,18 +123,38 @@ int OpenDestination::write(const BufferSlot& slot) {
       return 1;
     }
   }
-  const ssize_t written = ::write(fd_.get(), slot.data, static_cast<std::size_t>(slot.length));
-  if (written < 0) {
-    const int error = errno;
-    logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(error));
+  const Writing written = writeData(slot.data, slot.length);
+  if (written.error != 0) {
+    if (written.error == EINTR) return 1;
+    logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(written.error));
     return 1;
   }
-  logger->log(kDebug, msg::kFileWriterWrote, static_cast<std::int32_t>(written),
+  logger->log(kDebug, msg::kFileWriterWrote, static_cast<std::int32_t>(written.bytes),
               static_cast<std::int32_t>(slot.bufferId));
   // A short write is not tried again: the bytes that it left out are missing when the file is completed.
-  bytesWritten_ += written;
-  writeOffset_ = offset + written;
+  bytesWritten_ += written.bytes;
+  writeOffset_ = offset + written.bytes;
   return 0;
+}
+
+// Writes on until `size` is reached, the file takes less than it was given, or a stop comes.
+OpenDestination::Writing OpenDestination::writeData(const char* data, std::int64_t size) const {
+  Writing writing;
+  for (;;) {
+    const std::int64_t piece = std::min(size - writing.bytes, kWritePiece);
+    const Thread::MayWait mayWait(writer_);
+    const ssize_t n = ::write(fd_.get(), data + writing.bytes, static_cast<std::size_t>(piece));
+    const int error = n < 0 ? errno : 0;
+    if (n > 0) writing.bytes += n;
+    if (error != 0 && error != EINTR) {
+      writing.error = error;
+    } else if (writing.bytes < size && stop_.isSet()) {
+      writing.error = EINTR;
+    } else if (error == EINTR || (n == piece && writing.bytes < size)) {
+      continue;
+    }
+    return writing;
+  }
 }
 
 // Leaves a hole: the file has its full length since it was created. The write offset stays where it is, so
@@ -224,8 +236,8 @@ int OpenDestination::unlock() const {
 void OpenDestination::discard() {
   if (!isUnderWay_) return;
   isUnderWay_ = false;
-  reportAndRemove();
-  (void)unlock();  // a failure is told; closing the descriptor releases the lock anyway
+  if (isMade_ || isTouched_) reportAndRemove();
+  if (isTouched_) (void)unlock();  // a failure is told; closing the descriptor releases the lock anyway
   (void)fd_.close();
 }
 

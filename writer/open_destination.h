@@ -6,6 +6,7 @@
 
 #include "pipeline/ring/buffer_q.h"
 #include "pipeline/ring/stop_flag.h"
+#include "pipeline/stage/thread.h"
 #include "reader/record/file_c.h"
 #include "reader/record/run_files.h"
 #include "reader/record/unique_fd.h"
@@ -18,15 +19,18 @@ enum class SparseMode { kOff, kOn };
 // Purpose: whatever a destination's name means when it is opened, no file but the pair's own is changed. The
 // file is opened as it is, locked, compared with the sources of the run and with what the run has written,
 // and only then cut to nothing. What is removed later is the file that was opened, or nothing. There is one
-// way out for each outcome: complete() for a copy, discard() for one that failed. open() that fails has taken
-// its own: a file that it has made is removed, one that was there stays as it was.
+// way out for each outcome: complete() for a copy, discard() for one that failed, which an open() that fails
+// has taken itself.
 //
-// Every failure is logged where it happens, at kUrgent unless its effect is a warning.
+// Every failure is logged where it happens, at kUrgent unless its effect is a warning. What a stop breaks off
+// is no failure of the file and is not logged.
 // Threads: the writer's. Lifetime: from a file's first buffer to its last; the record outlives it.
 class OpenDestination {
  public:
-  // Opens nothing yet.
-  explicit OpenDestination(FileC& file) : file_(file) {}
+  // Opens nothing yet. `writer` is the thread that opens and writes, `stop` what breaks that off. All must
+  // outlive this.
+  OpenDestination(FileC& file, Thread& writer, const StopFlag& stop)
+      : file_(file), writer_(writer), stop_(stop) {}
   OpenDestination(const OpenDestination&) = delete;
   OpenDestination& operator=(const OpenDestination&) = delete;
 
@@ -35,10 +39,10 @@ class OpenDestination {
 
   // Opens the file, with the directories above it, and makes it empty; in sparse mode it gets its length at
   // once, so that zeros at its end can stay a hole. Returns 0, or 1 with nothing left open.
-  [[nodiscard]] int open(RunFiles& runFiles, SparseMode sparse, const StopFlag& stop);
+  [[nodiscard]] int open(RunFiles& runFiles, SparseMode sparse);
 
-  // Takes the buffer's bytes. Return 0, or 1. A write that comes back short is found out when the file is
-  // complete.
+  // Takes the buffer's bytes. Return 0; or 1, also after a stop. A write that comes back short is found out
+  // when the file is complete.
   [[nodiscard]] int write(const BufferSlot& slot);
   [[nodiscard]] int skipZeros(const BufferSlot& slot);
 
@@ -47,16 +51,23 @@ class OpenDestination {
   // unlocked or closed. A file that is incomplete is discarded by then.
   [[nodiscard]] int complete(TimesAtClose& timesAtClose);
 
-  // Reports the copy as failed, removes it and closes it. Does nothing to one that is not under way.
+  // Closes a file that is not complete, and reports and removes it; but one that was there and holds what it
+  // held stays. Does nothing to one that is not under way.
   void discard();
 
  private:
-  [[nodiscard]] int create(const StopFlag& stop);
+  // What came of writing: how many bytes, and the error number with which it ended, EINTR for a stop.
+  struct Writing {
+    std::int64_t bytes = 0;
+    int error = 0;
+  };
+
+  [[nodiscard]] int create();
   [[nodiscard]] int lock();
   [[nodiscard]] int examine(RunFiles& runFiles);
   [[nodiscard]] int cut(SparseMode sparse);
-  void refuse();
   [[nodiscard]] int seekTo(std::int64_t position) const;
+  Writing writeData(const char* data, std::int64_t size) const;
   std::vector<const char*> copyAttributes() const;
   [[nodiscard]] int release();
   [[nodiscard]] int unlock() const;
@@ -64,6 +75,8 @@ class OpenDestination {
   const char* remove();
 
   FileC& file_;
+  Thread& writer_;
+  const StopFlag& stop_;
   UniqueFd fd_;
   bool isMade_ = false;      // for this pair: there was no such file
   bool isTouched_ = false;   // what was there is lost

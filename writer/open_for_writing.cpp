@@ -1,12 +1,13 @@
 #include "writer/open_for_writing.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <climits>
+
+#include "pipeline/stage/open_waiting.h"
 
 namespace tamrix {
 
@@ -15,28 +16,6 @@ namespace {
 // Not blocking: opening a FIFO that nobody reads fails instead of waiting. Regular files don't care.
 constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NONBLOCK;
 constexpr int kMostLinks = 40;  // in a row; as the system's own limit
-
-// Opens the regular file at `path` and waits for its lease. What is opened at first can't be waited for, so
-// that it can be examined before it is opened again.
-FileForWriting openWaiting(const std::string& path, const StopFlag& stop) {
-  FileForWriting result;
-  const UniqueFd found(open(path.c_str(), O_PATH | O_CLOEXEC));
-  struct stat status {};
-  if (!found.isOpen() || fstat(found.get(), &status) != 0) {
-    result.error = errno;
-    return result;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    result.error = EWOULDBLOCK;
-    return result;
-  }
-  const std::string itself = "/proc/self/fd/" + std::to_string(found.get());
-  do {
-    result.fd = UniqueFd(open(itself.c_str(), O_WRONLY | O_CLOEXEC));
-    result.error = result.fd.isOpen() ? 0 : errno;
-  } while (result.error == EINTR && !stop.isSet());
-  return result;
-}
 
 // The path that the link `path` holds; empty when it is no link (any more).
 std::string followLink(const std::string& path) {
@@ -50,7 +29,7 @@ std::string followLink(const std::string& path) {
 
 }  // namespace
 
-FileForWriting openForWriting(const std::string& path, mode_t mode, const StopFlag& stop) {
+FileForWriting openForWriting(const std::string& path, mode_t mode, Thread& writer, const StopFlag& stop) {
   FileForWriting result;
   std::string name = path;
   for (int links = 0; links <= kMostLinks; ++links) {
@@ -62,7 +41,11 @@ FileForWriting openForWriting(const std::string& path, mode_t mode, const StopFl
 
     result.fd = UniqueFd(open(name.c_str(), kFlags));
     result.error = result.fd.isOpen() ? 0 : errno;
-    if (result.error == EWOULDBLOCK) return openWaiting(name, stop);
+    if (result.error == EWOULDBLOCK) {
+      OpenedFile waitedFor = openWaiting(name, O_WRONLY | O_CLOEXEC, writer, stop);
+      result.fd = std::move(waitedFor.fd);
+      result.error = waitedFor.error;
+    }
     if (result.error != ENOENT) return result;
     // A link that leads nowhere, or the file has gone meanwhile.
     if (std::string target = followLink(name); !target.empty()) name = std::move(target);

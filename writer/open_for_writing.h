@@ -6,6 +6,7 @@
 #include <string>
 
 #include "pipeline/ring/stop_flag.h"
+#include "pipeline/stage/thread.h"
 #include "reader/record/unique_fd.h"
 
 namespace tamrix {
@@ -18,7 +19,7 @@ struct FileForWriting {
 
 // Opens the file at `path`, or makes it with `mode` less the umask: where a dangling link leads to when the
 // path is one. A FIFO that nobody reads is refused instead of waited for; a regular file that another process
-// holds a lease on is waited for, unless a signal comes with `stop` set.
-FileForWriting openForWriting(const std::string& path, mode_t mode, const StopFlag& stop);
+// holds a lease on is waited for, until a stop breaks that off with EINTR. `writer` is the calling thread.
+FileForWriting openForWriting(const std::string& path, mode_t mode, Thread& writer, const StopFlag& stop);
 
 }  // namespace tamrix

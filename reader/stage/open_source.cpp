@@ -12,6 +12,7 @@
 
 #include "log/logger.h"
 #include "pipeline/ring/buffer_q.h"
+#include "pipeline/stage/open_waiting.h"
 #include "reader/list/source_attributes.h"
 
 namespace tamrix {
@@ -64,30 +65,15 @@ int OpenSource::openDescriptor() {
   // Not blocking: what was a regular file when listed may be a FIFO by now.
   fd_ = UniqueFd(::open(file_->srcPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   int error = fd_.isOpen() ? 0 : errno;
-  if (error == EWOULDBLOCK) error = openWaiting();
+  if (error == EWOULDBLOCK) {
+    OpenedFile waitedFor = openWaiting(file_->srcPath, O_RDONLY | O_CLOEXEC, reader_, stop_);
+    fd_ = std::move(waitedFor.fd);
+    error = waitedFor.error;
+  }
   if (error == 0) return 0;
   // What a stop broke off is no failure of the file.
   if (error != EINTR) logger->log(kUrgent, msg::kFileReaderOpenFailed, file_->srcPath, std::strerror(error));
   return 1;
-}
-
-// Opens a regular file on which another process holds a lease, and waits until it is given back; the system
-// asks for that. What is opened first can't block, so that it can be examined. Returns 0 or an error number;
-// EINTR only after a stop.
-int OpenSource::openWaiting() {
-  const UniqueFd found(::open(file_->srcPath.c_str(), O_PATH | O_CLOEXEC));
-  struct stat status {};
-  if (!found.isOpen() || fstat(found.get(), &status) != 0) return errno;
-  if (!S_ISREG(status.st_mode)) return EWOULDBLOCK;
-  const std::string itself = pathOf(found);
-  for (;;) {
-    if (stop_.isSet()) return EINTR;
-    const Thread::MayWait mayWait(reader_);
-    fd_ = UniqueFd(::open(itself.c_str(), O_RDONLY | O_CLOEXEC));
-    const int error = errno;
-    if (fd_.isOpen()) return 0;
-    if (error != EINTR) return error;
-  }
 }
 
 // Makes the record tell of the file that was found.

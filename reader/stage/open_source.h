@@ -65,7 +65,6 @@ class OpenSource {
   };
 
   [[nodiscard]] int openDescriptor();
-  [[nodiscard]] int openWaiting();
   Reading readData(char* data, std::int64_t size) const;
   void follow(const struct stat& status);
   std::int64_t holeAhead(std::int64_t wanted, std::int32_t capacity) const;

@@ -51,7 +51,8 @@ TEST(Failure, destinationsThatCannotBeMadeEndTheRunAndStayAsTheyAre) {
 }
 
 TEST(Copy, aFileThatAnotherProcessHasALeaseOnIsWaitedFor) {
-  for (const char* side : {"source/a", "target/a"}) {
+  for (const auto& [side, isStopped] :
+       {std::pair("source/a", false), {"target/a", false}, {"source/a", true}, {"target/a", true}}) {
     const CopyScene scene;
     scene.addSource("a");
     scene.addDestination("a");
@@ -64,9 +65,13 @@ TEST(Copy, aFileThatAnotherProcessHasALeaseOnIsWaitedFor) {
     RunningProgram program(scene.args());
     const timespec patience = {60, 0};
     EXPECT_EQ(sigtimedwait(&asked, nullptr, &patience), SIGIO);  // told that somebody wants the file
-    EXPECT_EQ(fcntl(fd, F_SETLEASE, F_UNLCK), 0);
-    EXPECT_EQ(program.wait().status, 0) << program.wait();
-    EXPECT_EQ(scene.copied(), (Contents{{"a", "new"}})) << side;
+    if (isStopped) {
+      program.signal(SIGTERM);
+      (void)program.wait();
+    }
+    EXPECT_EQ(fcntl(fd, F_SETLEASE, F_UNLCK), 0) << "waited until the system took it away";
+    EXPECT_EQ(program.wait().status, isStopped ? 128 + SIGTERM : 0) << program.wait();
+    EXPECT_EQ(scene.copied(), (Contents{{"a", isStopped ? "old" : "new"}})) << side;
     close(fd);
   }
 }

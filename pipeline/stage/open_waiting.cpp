@@ -1,0 +1,27 @@
+#include "pipeline/stage/open_waiting.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace tamrix {
+
+OpenedFile openWaiting(const std::string& path, int flags, Thread& thread, const StopFlag& stop) {
+  // What is opened first can't block, so that it can be examined before it is opened again.
+  const UniqueFd found(open(path.c_str(), O_PATH | O_CLOEXEC));
+  struct stat status {};
+  if (!found.isOpen() || fstat(found.get(), &status) != 0) return {{}, errno};
+  if (!S_ISREG(status.st_mode)) return {{}, EWOULDBLOCK};
+  const std::string itself = "/proc/self/fd/" + std::to_string(found.get());
+  OpenedFile result;
+  do {
+    if (stop.isSet()) return {{}, EINTR};
+    const Thread::MayWait mayWait(thread);
+    result.fd = UniqueFd(open(itself.c_str(), flags));
+    result.error = result.fd.isOpen() ? 0 : errno;
+  } while (result.error == EINTR);
+  return result;
+}
+
+}  // namespace tamrix
