@@ -62,6 +62,7 @@ int OpenDestination::create() {
   if (opened.error == EINTR) return 1;
   if (opened.error != 0) {
     logger->log(kUrgent, msg::kFileWriterSecondCreateFailed, std::strerror(opened.error));
+    tellName();
     return 1;
   }
   fd_ = std::move(opened.fd);
@@ -110,6 +111,7 @@ int OpenDestination::cut(SparseMode sparse) {
   isTouched_ = sizeBefore_ == 0 || ftruncate(fd_.get(), 0) == 0;
   if (isTouched_ && (sparse == SparseMode::kOff || ftruncate(fd_.get(), file_.fileSize) == 0)) return 0;
   logger->log(kUrgent, msg::kFileWriterTruncateFailed);
+  tellName();
   return 1;
 }
 
@@ -120,6 +122,7 @@ int OpenDestination::write(const BufferSlot& slot) {
     logger->log(kDebug, msg::kFileWriterDiscontinuity, offset);
     if (const int error = seekTo(offset); error != 0) {
       logger->log(kUrgent, msg::kFileWriterSeekFailed, offset, std::strerror(error));
+      tellName();
       return 1;
     }
   }
@@ -127,6 +130,7 @@ int OpenDestination::write(const BufferSlot& slot) {
   if (written.error != 0) {
     if (written.error == EINTR) return 1;
     logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(written.error));
+    tellName();
     return 1;
   }
   logger->log(kDebug, msg::kFileWriterWrote, static_cast<std::int32_t>(written.bytes),
@@ -166,6 +170,7 @@ int OpenDestination::skipZeros(const BufferSlot& slot) {
       // Kept: names the buffer's offset, not the position sought.
       logger->log(kUrgent, msg::kFileWriterSparseSeekFailed, static_cast<long long>(slot.offset),
                   std::strerror(error));
+      tellName();
       return 1;
     }
   }
@@ -221,6 +226,7 @@ int OpenDestination::release() {
   const int error = fd_.close();
   if (error == 0) return 0;
   logger->log(kUrgent, msg::kFileWriterCloseFailed, std::strerror(error));
+  tellName();
   reportAndRemove();
   (void)fd_.close();
   return 1;
@@ -239,6 +245,11 @@ void OpenDestination::discard() {
   if (isMade_ || isTouched_) reportAndRemove();
   if (isTouched_) (void)unlock();  // a failure is told; closing the descriptor releases the lock anyway
   (void)fd_.close();
+}
+
+// For the messages that don't say which file they are about.
+void OpenDestination::tellName() const {
+  logger->log(kUrgent, msg::kFileWriterFailedFile, file_.dstPath);
 }
 
 void OpenDestination::reportAndRemove() {

@@ -68,6 +68,7 @@ class OpenDestination {
   [[nodiscard]] int cut(SparseMode sparse);
   [[nodiscard]] int seekTo(std::int64_t position) const;
   Writing writeData(const char* data, std::int64_t size) const;
+  void tellName() const;
   std::vector<const char*> copyAttributes() const;
   [[nodiscard]] int release();
   [[nodiscard]] int unlock() const;

@@ -179,7 +179,9 @@ int BufferQ::mapSlot(BufferSlot& slot) const {
   void* const mapped = mmap(nullptr, static_cast<std::size_t>(slot.capacity), PROT_READ | PROT_WRITE,
                             MAP_SHARED, slot.bufferFd, static_cast<off_t>(slot.segment));
   if (mapped == MAP_FAILED) {
-    logger->log(kUrgent, msg::kRingMapFailed, std::strerror(errno));
+    const int error = errno;
+    logger->log(kUrgent, msg::kRingMapFailed, std::strerror(error));
+    logger->log(kUrgent, msg::kBufferFileFailed, bufferFile_, std::strerror(error));
     return 1;
   }
   slot.data = static_cast<char*>(mapped);
@@ -188,7 +190,9 @@ int BufferQ::mapSlot(BufferSlot& slot) const {
 
 int BufferQ::unmapSlot(BufferSlot& slot) const {
   if (munmap(slot.data, static_cast<std::size_t>(slot.capacity)) != 0) {
-    logger->log(kUrgent, msg::kRingUnmapFailed, std::strerror(errno));
+    const int error = errno;
+    logger->log(kUrgent, msg::kRingUnmapFailed, std::strerror(error));
+    logger->log(kUrgent, msg::kBufferFileFailed, bufferFile_, std::strerror(error));
     return 1;
   }
   slot.data = nullptr;

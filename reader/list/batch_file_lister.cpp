@@ -29,11 +29,14 @@ int BatchFileLister::init() {
   std::vector<BatchPair> read;
   BatchXmlReader reader(fileName, [this] { return globals_.stopExecution.isSet(); });
   if (const int result = reader.getFileListInBatch(read); result != 0) {
-    if (result != BatchXmlReader::kStopped) logger->log(kUrgent, msg::kBatchFileListerFailed);
+    if (result == BatchXmlReader::kStopped) return 1;
+    logger->log(kUrgent, msg::kBatchFileListerFailed);
+    logger->log(kUrgent, msg::kBatchFileListerRefusedFile, fileName);
     return 1;
   }
   if (reader.version() != kBatchVersion) {
     logger->log(kUrgent, msg::kBatchFileListerBadVersion, reader.version());
+    logger->log(kUrgent, msg::kBatchFileListerRefusedFile, fileName);
     return 1;
   }
   for (BatchPair& pair : read) {

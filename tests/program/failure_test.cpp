@@ -44,6 +44,9 @@ TEST(Failure, destinationsThatCannotBeMadeEndTheRunAndStayAsTheyAre) {
     const ProgramRun run = scene.copyBatch({{a, scene.destination(destination)}});
     EXPECT_EQ(run.status, 1) << run;
     EXPECT_EQ(run.count(message), 1) << message << run;
+    EXPECT_TRUE(message.find(scene.destination("")) != message.npos ||
+                run.count(text(msg::kFileWriterFailedFile, scene.destination(destination))) == 1)
+        << "not named" << run;
     EXPECT_EQ(scene.copied(), before) << run;
   }
   for (const int fd : {reader, locker}) close(fd);
