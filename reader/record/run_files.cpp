@@ -18,10 +18,8 @@ const FileC* RunFiles::findSource(const FileIdentity& identity) const {
   if (found != NumberTable::kNone) return &source(found);
   if (!anyOpenedElsewhere_.load(std::memory_order_acquire)) return nullptr;
   const MutexLock lock(mutex_);
-  for (const auto& [opened, file] : openedElsewhere_) {
-    if (opened == identity) return file;
-  }
-  return nullptr;
+  const auto opened = openedElsewhere_.find(identity);
+  return opened == openedElsewhere_.end() ? nullptr : opened->second;
 }
 
 const FileC* RunFiles::findWritten(const FileIdentity& identity) const {
@@ -37,7 +35,7 @@ void RunFiles::addWritten(const FileC& file) {
 
 void RunFiles::addOpenedSource(const FileC& file, const FileIdentity& identity) {
   const MutexLock lock(mutex_);
-  openedElsewhere_.emplace_back(identity, &file);
+  openedElsewhere_.emplace(identity, &file);
   anyOpenedElsewhere_.store(true, std::memory_order_release);
 }
 

@@ -3,7 +3,7 @@
 
 #include <atomic>
 #include <deque>
-#include <utility>
+#include <unordered_map>
 #include <vector>
 
 #include "log/mutex.h"
@@ -37,6 +37,9 @@ class RunFiles {
   void addOpenedSource(const FileC& file, const FileIdentity& identity);
 
  private:
+  struct Hash {
+    std::size_t operator()(const FileIdentity& identity) const { return identity.hash(); }
+  };
   const FileC& source(NumberTable::Number number) const {
     return number < extents_.size() ? *extents_[number]->file : dropped_[number - extents_.size()];
   }
@@ -49,7 +52,7 @@ class RunFiles {
 
   std::atomic<bool> anyOpenedElsewhere_ = false;  // spares nearly every run the mutex
   mutable Mutex mutex_;
-  std::vector<std::pair<FileIdentity, const FileC*>> openedElsewhere_ TAMRIX_GUARDED_BY(mutex_);
+  std::unordered_map<FileIdentity, const FileC*, Hash> openedElsewhere_ TAMRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace tamrix
