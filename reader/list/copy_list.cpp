@@ -233,6 +233,8 @@ void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
 }
 
 int CopyList::finish() {
+  // First: what a stop broke off may have hidden a volume.
+  if (globals_.stopExecution.isSet()) return 1;
   // An audit may find no file at all; then the source path itself tells whose volume it is.
   if (!vendorOk_ && !writes_ && sorted_.empty()) vendorOk_ = isSoftwareVendorVOQ(options_.srcpath);
   if (!vendorOk_) {
@@ -245,8 +247,7 @@ int CopyList::finish() {
     return writes_ ? 1 : 0;
   }
   logger->log(kDebug, msg::kCopyListFilesFound, static_cast<std::int32_t>(sorted_.size()));
-  if (globals_.stopExecution.isSet()) return 1;
-  sortInTapeOrder(sorted_);
+  if (!sortInTapeOrder(sorted_, [this] { return globals_.stopExecution.isSet(); })) return 1;
   if (globals_.stopExecution.isSet()) return 1;
   if (logger->level() <= kDebug) {
     for (const Extent* e : sorted_) {

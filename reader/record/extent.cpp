@@ -20,6 +20,10 @@ struct SortEntry {
   Extent* extent;
 };
 
+// Thrown out of a sort that is to be left.
+struct Stopped {};
+constexpr std::uint32_t kStepsBetweenLooks = 4096;
+
 bool entryLess(const SortEntry& a, const SortEntry& b) {
   if (a.volume != b.volume) return a.volume < b.volume;
   if (a.partition != b.partition) return a.partition < b.partition;
@@ -38,20 +42,37 @@ bool extentLess(const Extent& a, const Extent& b) {
   return a.offset < b.offset;
 }
 
-void sortInTapeOrder(std::vector<Extent*>& extents) {
-  std::map<std::string_view, std::uint32_t> volumes;
-  for (const Extent* extent : extents) volumes.emplace(extent->volumeUuid.data(), 0);
-  std::uint32_t rank = 0;
-  for (auto& volume : volumes) volume.second = rank++;
+bool sortInTapeOrder(std::vector<Extent*>& extents, const std::function<bool()>& isStopped) {
+  std::uint32_t steps = 0;
+  const auto step = [&] {
+    if (++steps % kStepsBetweenLooks == 0 && isStopped()) throw Stopped();
+  };
+  try {
+    std::map<std::string_view, std::uint32_t> volumes;
+    for (const Extent* extent : extents) {
+      step();
+      volumes.try_emplace(extent->volumeUuid.data());
+    }
+    std::uint32_t rank = 0;
+    for (auto& volume : volumes) volume.second = rank++;
 
-  std::vector<SortEntry> entries;
-  entries.reserve(extents.size());
-  for (Extent* extent : extents) {
-    entries.push_back({volumes.at(extent->volumeUuid.data()), extent->partition, extent->startBlock, extent});
+    std::vector<SortEntry> entries;
+    entries.reserve(extents.size());
+    for (Extent* extent : extents) {
+      step();
+      entries.push_back(
+          {volumes.at(extent->volumeUuid.data()), extent->partition, extent->startBlock, extent});
+    }
+    std::stable_sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
+      step();
+      return entryLess(a, b);
+    });
+    std::transform(entries.begin(), entries.end(), extents.begin(),
+                   [](const SortEntry& entry) { return entry.extent; });
+    return true;
+  } catch (const Stopped&) {
+    return false;
   }
-  std::stable_sort(entries.begin(), entries.end(), entryLess);
-  std::transform(entries.begin(), entries.end(), extents.begin(),
-                 [](const SortEntry& entry) { return entry.extent; });
 }
 
 }  // namespace tamrix

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace tamrix {
@@ -26,7 +27,8 @@ struct Extent {
 // '?' for a partition and are ordered by base name among themselves. A strict weak order, as a sort needs.
 bool extentLess(const Extent& a, const Extent& b);
 
-// Sorts by extentLess; extents of which neither is less keep their order.
-void sortInTapeOrder(std::vector<Extent*>& extents);
+// Sorts by extentLess; extents of which neither is less keep their order. Returns false, with `extents` as
+// they were, when `isStopped` told so; it is asked every few thousand steps.
+[[nodiscard]] bool sortInTapeOrder(std::vector<Extent*>& extents, const std::function<bool()>& isStopped);
 
 }  // namespace tamrix
