@@ -103,6 +103,7 @@ int BatchXmlReader::runPass(std::vector<Item>& items,
   open_.clear();
   XmlDocument document;
   if (document.open(fileName_) != 0) {
+    if (isStopped()) return kStopped;
     logger->log(kUrgent, msg::kBatchOpenReason, document.reason());
     logger->log(kUrgent, openFailed, fileName_);
     return -1;
@@ -113,6 +114,7 @@ int BatchXmlReader::runPass(std::vector<Item>& items,
     if (!(this->*step)(document, items)) return -1;
   }
   if (result != 0) {
+    if (isStopped()) return kStopped;  // which may have broken off reading
     logger->log(kUrgent, msg::kBatchParseErrorAt, document.line(), document.reason());
     logger->log(kUrgent, parseFailed, fileName_);
   }

@@ -31,7 +31,7 @@ sigset_t allSignals() {
 void setActions(void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
-  // A stage's system call goes on; the main thread's wait for an answer looks at the stop flag.
+  // The main thread's own calls go on; what other threads wait in is broken off by whom they belong to.
   action.sa_flags = SA_RESTART;
   // A second signal that comes with the first waits until it is known what a second one does.
   action.sa_mask = allSignals();

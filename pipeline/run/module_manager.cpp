@@ -20,7 +20,7 @@ namespace tamrix {
 
 namespace {
 
-// How often a stage is interrupted until it has ended.
+// How often the threads of a run are interrupted until they have ended.
 constexpr std::chrono::milliseconds kInterruptRound(10);
 
 constexpr const char* kChecksumAttributePrefix = "user._ltfs.";
@@ -31,6 +31,23 @@ void setOption(const char* key, const std::string& value) { (void)properties->ad
 bool storesChecksums(ChecksumUpdateMode mode) {
   return mode == ChecksumUpdateMode::kNewOnly || mode == ChecksumUpdateMode::kUpdateAll;
 }
+
+// The listing, on a thread of its own, so that a stop breaks off whatever it waits for.
+class ListingThread : public Thread {
+ public:
+  explicit ListingThread(CopyList& list) : Thread("lister"), list_(list) {}
+
+  void run() override {
+    const MayWait mayWait(*this);
+    result_ = list_.getList();
+  }
+  // Of getList, once it has run.
+  int result() const { return result_; }
+
+ private:
+  CopyList& list_;
+  int result_ = 1;
+};
 
 }  // namespace
 
@@ -67,8 +84,7 @@ int ModuleManager::run() {
     }
     options_.batchfile.clear();  // its files would be listed a second time
   }
-  list_.emplace(*globals_, options_);
-  if (const int result = list_->getList(); result != 0) return result;
+  if (const int result = listFiles(); result != 0) return result;
   if (options_.audit == AuditMode::kTape) return auditTape();
   if (options_.audit == AuditMode::kNone) {
     globals_->filesToCopy = static_cast<std::int64_t>(list_->extents().size());  // each file has one
@@ -79,6 +95,18 @@ int ModuleManager::run() {
   addSparseStage();
   addWriter();
   return options_.audit == AuditMode::kFiles ? auditFiles() : runPipeline();
+}
+
+int ModuleManager::listFiles() {
+  list_.emplace(*globals_, options_);
+  ListingThread listing(*list_);
+  if (listing.start(&globals_->event) == 0) {
+    waitFor(listing, [&] { listing.interrupt(); });
+    listing.join();
+  } else {
+    listing.run();  // no thread is to be had: a stop is answered between system calls
+  }
+  return listing.result();
 }
 
 int ModuleManager::auditTape() {
@@ -154,7 +182,10 @@ int ModuleManager::runPipeline() {
   logger->log(kDebug, msg::kManagerWaitForThreads);
   for (std::size_t id = 0; id < modules_.size(); ++id) {
     logger->log(kDebug, msg::kManagerEndModule, static_cast<std::int32_t>(id));
-    waitForStage(*modules_[id], ring);
+    waitFor(*modules_[id], [&] {
+      ring.wakeAll();
+      for (const auto& module : modules_) module->interrupt();
+    });
     modules_[id]->join();
   }
   for (std::size_t id = 0; id < modules_.size(); ++id) {
@@ -165,16 +196,16 @@ int ModuleManager::runPipeline() {
   return 0;
 }
 
-// Waits until `stage` has ended. While a stop is set, sees to it that nobody waits for anything: not in the
-// ring, and not in a system call.
-void ModuleManager::waitForStage(const Module& stage, BufferQ& ring) {
-  while (stage.isRunning()) {
+// Waits until `thread` has ended. While a stop is set, `breakOff` is to see to it, again and again, that
+// nobody waits for anything: not in the ring, and not in a system call.
+template <class BreakOff>
+void ModuleManager::waitFor(const Thread& thread, BreakOff breakOff) {
+  while (thread.isRunning()) {
     if (!globals_->stopExecution.isSet()) {
       globals_->event.wait();
       continue;
     }
-    ring.wakeAll();
-    for (const auto& module : modules_) module->interrupt();
+    breakOff();
     globals_->event.waitFor(kInterruptRound);
   }
 }

@@ -40,6 +40,7 @@ class ModuleManager {
   [[nodiscard]] int run();
 
  private:
+  [[nodiscard]] int listFiles();
   [[nodiscard]] int addChecksumStage();
   void addSparseStage();
   // For a run that writes, takes note of the files of the list. Returns 0, or 1 without the memory.
@@ -49,7 +50,8 @@ class ModuleManager {
   [[nodiscard]] int auditTape();
   [[nodiscard]] int auditFiles();
   void startModules(BufferQ& ring);
-  void waitForStage(const Module& stage, BufferQ& ring);
+  template <class BreakOff>
+  void waitFor(const Thread& thread, BreakOff breakOff);
 
   PipelineGlobals* globals_ = nullptr;
   RunOptions options_;

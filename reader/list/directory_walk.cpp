@@ -23,11 +23,6 @@ struct DirCloser {
 };
 using Dir = std::unique_ptr<DIR, DirCloser>;
 
-void report(const std::string& path, int error) {
-  logger->output(msg::kFileListerCannotOpen, path, std::strerror(error));
-  logger->recordReturnCode(1);
-}
-
 std::string join(const std::string& directory, const char* name) {
   std::string path;
   path.reserve(directory.size() + 1 + std::strlen(name));
@@ -92,6 +87,12 @@ class Walker {
     } else if (type == S_IFDIR && rules_.recursive) {
       walkDirectory(join(directory, name));
     }
+  }
+
+  void report(const std::string& path, int error) const {
+    if (stop_.isSet()) return;  // which may have broken off the call
+    logger->output(msg::kFileListerCannotOpen, path, std::strerror(error));
+    logger->recordReturnCode(1);
   }
 
   const WalkRules& rules_;

@@ -1,11 +1,15 @@
 #include "reader/list/pair_probes.h"
 
 #include <algorithm>
+#include <chrono>
 #include <new>
 
 namespace tamrix {
 
 namespace {
+
+// How often a helper is interrupted, while a stop is set, until it has given up.
+constexpr std::chrono::milliseconds kInterruptRound(10);
 
 void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destinations) {
   int error = 0;
@@ -21,7 +25,7 @@ void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destination
 }  // namespace
 
 PairProbes::PairProbes(const FileLister& lister, const StopFlag& stop, When when, Ends ends)
-    : Thread("lister"),
+    : Thread("prober"),
       lister_(lister),
       stop_(stop),
       ahead_(when == When::kAhead),
@@ -35,6 +39,10 @@ PairProbes::~PairProbes() {
     ended_ = true;
   }
   changed_.notifyAll();
+  while (isRunning()) {
+    if (stop_.isSet()) interrupt();
+    helperEnded_.waitFor(kInterruptRound);
+  }
   join();
 }
 
@@ -45,7 +53,7 @@ const PairProbe* PairProbes::at(std::size_t number) {
     if (!ahead_) resolvers_ = {};
     offerFrom(batch);
     // Without a thread the caller probes them all.
-    if (number == 0 && ahead_ && lister_.size() > kPairs) (void)start();
+    if (number == 0 && ahead_ && lister_.size() > kPairs) (void)start(&helperEnded_);
     const Outcome outcome = awaitOutcome(batch);
     if (outcome == Outcome::kNoMemory) throw std::bad_alloc();
     if (outcome == Outcome::kStopped) return nullptr;
@@ -78,7 +86,10 @@ PairProbes::Outcome PairProbes::awaitOutcome(std::size_t batch) {
     {
       const MutexLock lock(mutex_);
       // The helper has what is wanted and nothing else is to be done.
-      while (claimed_ == offered_ && outcomes_[batch % kBatches] == Outcome::kPending) changed_.wait(mutex_);
+      while (claimed_ == offered_ && outcomes_[batch % kBatches] == Outcome::kPending) {
+        changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + kInterruptRound);
+        if (stop_.isSet()) interrupt();
+      }
       if (outcomes_[batch % kBatches] != Outcome::kPending) return outcomes_[batch % kBatches];
     }
     probeNext(resolvers_);
@@ -86,6 +97,7 @@ PairProbes::Outcome PairProbes::awaitOutcome(std::size_t batch) {
 }
 
 void PairProbes::run() {
+  const MayWait mayWait(*this);
   Resolvers resolvers;
   for (;;) {
     {
@@ -121,7 +133,8 @@ PairProbes::Outcome PairProbes::probe(Batch& batch, Resolvers& resolvers) const 
   } catch (const std::bad_alloc&) {
     return Outcome::kNoMemory;
   }
-  return Outcome::kProbed;
+  // A stop may have broken off a call: what it told is no truth about its file.
+  return stop_.isSet() ? Outcome::kStopped : Outcome::kProbed;
 }
 
 }  // namespace tamrix

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "log/mutex.h"
+#include "pipeline/stage/run_event.h"
 #include "pipeline/stage/thread.h"
 #include "reader/list/file_lister.h"
 #include "reader/list/path_identity.h"
@@ -33,7 +34,7 @@ struct PairProbe {
 // pairs, and change what the next ones mean, each is probed when its turn comes.
 // Threads: at on the thread that lists, the caller; run on the helper. A batch belongs to the caller until it
 // is offered, to the thread that claims it until its outcome is set, and then to the caller again; the mutex
-// guards these three changes of hands.
+// guards these three changes of hands. After a stop, the caller breaks off the helper's system calls.
 // Lifetime: one lister's sequence; the lister and the stop flag outlive it.
 class PairProbes : private Thread {
  public:
@@ -81,6 +82,7 @@ class PairProbes : private Thread {
   const std::unique_ptr<std::array<Batch, kBatches>> batches_;
   std::size_t nextToFill_ = 0;  // the caller's, like the next
   Resolvers resolvers_;
+  RunEvent helperEnded_;
 
   Mutex mutex_;
   CondVar changed_;                                    // one of the following
