@@ -2,13 +2,15 @@
 // changed.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <iostream>
 #include <map>
 #include <random>
-#include <thread>
 #include <vector>
 
 #include "tests/support/manager_run.h"
@@ -161,14 +163,14 @@ constexpr int kChanged = 10;  // of them: destinations that others change
 
 // Makes, moves, removes and replaces destinations, by files of its own and by links to sources and
 // destinations.
-void changeNames(const TempDir& dir, unsigned seed, const std::atomic<bool>& stop) {
+[[noreturn]] void changeNames(const TempDir& dir, unsigned seed) {
   std::mt19937 random(seed);
   const auto name = [&](const char* side, unsigned below) {
     return dir / (std::string(side) + "/f" + std::to_string(10 + random() % below));
   };
   std::error_code ignored;
   const std::string made = dir / "made";
-  while (!stop) {
+  for (;;) {
     const std::string to = name("dst", kChanged);
     const std::string target = name(random() % 2 == 0 ? "src" : "dst", kFiles);
     switch (random() % 5) {
@@ -204,14 +206,18 @@ TEST(Aliases, namesThatChangeDuringTheRunHurtNoSource) {
       if (round % 3 == 0) dir.file("dst/" + file, "old");
     }
     fs::create_directory(dir / "dst");
-    std::atomic<bool> stop{false};
-    std::thread others([&] { changeNames(dir, round, stop); });
+    const pid_t others = fork();
+    ASSERT_NE(others, -1);
+    if (others == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      changeNames(dir, round);
+    }
     // All sources fit into the ring, so that nobody waits in it when the writer refuses a destination.
     Settings settings = {{"total-buffer-size", "1MB"}};
     if (round % 4 != 0) settings.emplace_back("compare-when-listing", "disable");
     const ManagerRun run(dir, settings, kProgress);
-    stop = true;
-    others.join();
+    kill(others, SIGKILL);
+    ASSERT_EQ(waitpid(others, nullptr, 0), others);
     int i = 0;
     for (const auto& [path, kept] : sources) {
       ASSERT_TRUE(Kept(path) == kept) << path << run.log.logText();
