@@ -1,14 +1,12 @@
 #include "log/logger.h"
 
-#include <poll.h>
-#include <unistd.h>
-
 #include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 namespace tamrix {
 
@@ -19,13 +17,14 @@ namespace {
 // A line being put together: in the stack buffer while it fits, on the heap otherwise.
 class LineBuffer {
  public:
-  void append(const char* text) { append(text, std::strlen(text)); }
-
-  void appendSeconds(double seconds) {
-    std::array<char, 64> stamp;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by snprintf
-    const int length = std::snprintf(stamp.data(), stamp.size(), "%12.6f ", seconds);
-    append(stamp.data(), static_cast<std::size_t>(length));
+  // Begins with `stamp`, a number of seconds, if there is one.
+  explicit LineBuffer(std::optional<double> stamp = std::nullopt) {
+    if (!stamp) return;
+    const int length = std::snprintf(stack_.data(), stack_.size(), "%12.6f ", *stamp);
+    length_ = static_cast<std::size_t>(length);
   }
+
+  void append(std::string_view text) { append(text.data(), text.size()); }
 
   void appendFormatted(const char* format, va_list args) {
     va_list again;
@@ -68,39 +67,18 @@ class LineBuffer {
   std::string heap_;
 };
 
-// Waits until `fd` takes more, is found to be closed on the other side, or a signal comes.
-void waitForRoom(int fd) {
-  struct pollfd waited {
-    fd, POLLOUT, 0
-  };
-  (void)::poll(&waited, 1, -1);
-}
-
-// Writes all of `line`. A full non-blocking pipe is waited for as a blocking one would be; what can't be
-// written at all is dropped on purpose.
-void writeWhole(int fd, std::string_view line) {
-  while (!line.empty()) {
-    const ssize_t written = ::write(fd, line.data(), line.size());
-    const int error = errno;
-    if (written < 0 && error == EAGAIN) waitForRoom(fd);
-    if (written < 0 && (error == EINTR || error == EAGAIN)) continue;
-    if (written <= 0) return;
-    line.remove_prefix(static_cast<std::size_t>(written));
-  }
-}
-
 // Appends the text of `id` with `args`, or the stand-in for an id that the catalogue lacks.
 void appendMessage(LineBuffer& line, const char* format, const std::string& fallback, va_list args) {
   if (format != nullptr) {
     line.appendFormatted(format, args);
   } else {
-    line.append(fallback.c_str());
+    line.append(fallback);
   }
 }
 
 }  // namespace
 
-Logger::Logger(int logFd, int outputFd) : logFd_(logFd), outputFd_(outputFd) {}
+Logger::Logger(int logFd, int outputFd) : console_(logFd, outputFd) {}
 
 Logger::~Logger() { log(kDebug, msg::kLoggerDestructor); }
 
@@ -138,12 +116,14 @@ int Logger::returnCode() const {
   return returnCode_.value_or(0);
 }
 
+// The seconds since the start, when lines have them before their text.
+std::optional<double> Logger::stamp() const {
+  if (!timer_) return std::nullopt;
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+}
+
 void Logger::writeLog(int level, int id, ...) {
-  LineBuffer line;
-  if (timer_) {
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
-    line.appendSeconds(elapsed.count());
-  }
+  LineBuffer line(stamp());
   const char* const format = find(id);
   va_list args;
   va_start(args, id);
@@ -151,22 +131,26 @@ void Logger::writeLog(int level, int id, ...) {
   va_end(args);
   line.append("\n");
 
-  const MutexLock lock(mutex_);
-  if (level >= kUrgent && !returnCode_) returnCode_ = 1;
-  writeWhole(logFd_, line.view());
+  if (level >= kUrgent) recordReturnCode(1);
+  console_.writeLog(line.view());
 }
 
-void Logger::writeOutput(int id, const char* end, ...) {
+void Logger::tell(std::string_view text) {
+  LineBuffer line(stamp());
+  line.append(text);
+  line.append("\n");
+  console_.writeLog(line.view());
+}
+
+void Logger::writeOutput(int id, ...) {
   LineBuffer line;
   const char* const format = find(id);
   va_list args;
-  va_start(args, end);
+  va_start(args, id);
   appendMessage(line, format, format != nullptr ? "" : text(id), args);
   va_end(args);
-  line.append(end);
-
-  const MutexLock lock(mutex_);
-  writeWhole(outputFd_, line.view());
+  line.append("\n");
+  console_.writeOutput(line.view());
 }
 
 void Logger::writeFromHandler(std::string_view line) const {
@@ -182,9 +166,9 @@ void Logger::writeFromHandler(std::string_view line) const {
       stamp.at(at) = at == 5 ? '.' : static_cast<char>('0' + left % 10);
       if (at != 5) left /= 10;
     }
-    writeWhole(logFd_, {stamp.data(), stamp.size()});
+    console_.writeFromHandler({stamp.data(), stamp.size()});
   }
-  writeWhole(logFd_, line);
+  console_.writeFromHandler(line);
   errno = error;
 }
 

@@ -5,8 +5,8 @@
 //   plain line  written whatever the level, because the user asked for it; standard output
 //
 // A line is the formatted catalogue text and a line end. With the timer on, log lines are preceded by the
-// seconds since the logger was made ("%12.6f "). A pipe that is full is waited for; a line that can't be
-// written (closed stream, full device) stops nothing.
+// seconds since the logger was made ("%12.6f "). What becomes of lines, and the last line of a terminal below
+// them, is told in log/console.h.
 //
 // Exit status: a message at kUrgent records return code 1; the entry ends the program with the first
 // recorded code, or 0 when there is none.
@@ -19,6 +19,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "log/console.h"
 #include "log/message.h"
 #include "log/message_id.h"
 #include "log/message_ids.h"
@@ -33,8 +34,8 @@ inline constexpr std::array<std::string_view, 5> kLevelNames = {"DEBUG", "PROGRE
                                                                 "URGENT"};
 
 // Lifetime: from the start of the program to its end; `logger` points at it in between.
-// Threads: log, output, prompt and recordReturnCode from any thread, lines never interleave; everything else
-// on the main thread while no other thread runs.
+// Threads: log, hint, tell, output, prompt, console and recordReturnCode from any thread, lines never
+// interleave; everything else on the main thread while no other thread runs.
 class Logger : public Message {
  public:
   // Log lines go to `logFd`, plain lines to `outputFd`. Nothing may be logged before init.
@@ -62,20 +63,31 @@ class Logger : public Message {
     writeLog(level, id.number, raw(args)...);
   }
 
+  // Writes the message with `args` as a log line of any level, where a person watches: advice that no script
+  // is to see.
+  template <class... Args>
+  void hint(MessageId<Args...> id, std::type_identity_t<Args>... args) {
+    if (console_.isWatched()) writeLog(kWarning, id.number, raw(args)...);
+  }
+
+  // Writes `text` as a log line of any level.
+  void tell(std::string_view text);
+
   // Writes the message with `args` as a plain line.
   template <class... Args>
   void output(MessageId<Args...> id, std::type_identity_t<Args>... args) {
-    writeOutput(id.number, "\n", raw(args)...);
+    writeOutput(id.number, raw(args)...);
   }
 
-  // Writes the message with `args` as plain output without a line end: a question to the user.
+  // Writes the message with `args` as plain output without a line end: a question to the user. When it is
+  // answered, the console is to be told.
   template <class... Args>
   void prompt(MessageId<Args...> id, std::type_identity_t<Args>... args) {
-    writeOutput(id.number, "", raw(args)...);
+    console_.ask(formatText(id.number, raw(args)...));
   }
 
   // As output, for a message without arguments whose number is computed (the usage text).
-  void outputPlain(int id) { writeOutput(id, "\n"); }
+  void outputPlain(int id) { writeOutput(id); }
 
   // The message's text with `args` filled in.
   template <class... Args>
@@ -88,6 +100,7 @@ class Logger : public Message {
   void writeFromHandler(std::string_view line) const;
 
   int level() const { return level_; }
+  Console& console() { return console_; }
 
   // Records a return code. The first one recorded is the run's: later ones change nothing.
   void recordReturnCode(int code) TAMRIX_EXCLUDES(mutex_);
@@ -105,11 +118,11 @@ class Logger : public Message {
 
   // Variadic because the texts are formats that load at run time; the typed ids above check the arguments.
   void writeLog(int level, int id, ...) TAMRIX_EXCLUDES(mutex_);
-  void writeOutput(int id, const char* end, ...) TAMRIX_EXCLUDES(mutex_);
+  void writeOutput(int id, ...) TAMRIX_EXCLUDES(mutex_);
   std::string formatText(int id, ...) const;
+  std::optional<double> stamp() const;
 
-  const int logFd_;
-  const int outputFd_;
+  Console console_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   int level_ = kInfo;   // set before the pipeline's threads start
   bool timer_ = false;  // likewise

@@ -46,6 +46,7 @@ void setActions(void (*handler)(int)) {
 void onSignal(int number) {
   receivedSignal = number;
   if (PipelineGlobals* const globals = runningGlobals.load()) globals->stopPipeline();
+  logger->console().endFromHandler();
   setActions(SIG_DFL);
   (void)std::signal(SIGHUP, SIG_IGN);  // a terminal that is closed sends two
   // From here on a second signal ends the process, whatever holds up the line.

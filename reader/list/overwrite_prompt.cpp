@@ -41,11 +41,14 @@ Line readLine(const StopFlag& stop, char& first) {
 }  // namespace
 
 OverwriteAnswer askOverwrite(const std::string& destination, const StopFlag& stop) {
+  const bool isTyped = isatty(STDIN_FILENO) != 0;
   char first = 0;
   Line line = Line::kEmpty;
   while (line == Line::kEmpty) {
     logger->prompt(msg::kCopyListOverwrite, destination);
     line = readLine(stop, first);
+    // On a terminal, the line end that ended the answer has ended the question's line as well.
+    logger->console().answered(isTyped && (line == Line::kAnswer || line == Line::kEmpty));
   }
   if (line == Line::kStopped) return OverwriteAnswer::kStopped;
   if (line == Line::kEnd || first == 'n' || first == 'N') return OverwriteAnswer::kNo;
