@@ -4,12 +4,14 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <string>
 
 #include "config/properties.h"
 #include "config/version.h"
 #include "log/logger.h"
 #include "main/interrupts.h"
+#include "pipeline/run/progress.h"
 #include "pipeline/stage/globals.h"
 
 namespace tamrix {
@@ -23,6 +25,7 @@ constexpr int kSignalStatusBase = 128;
 // file that is copied, or log lines would end up in it; writes to a closed pipe or over a size limit are to
 // fail, not to kill.
 void prepareProcess() {
+  Progress::expectRequests();
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (fcntl(fd, F_GETFD) < 0) (void)!open("/dev/null", fd == STDIN_FILENO ? O_RDONLY : O_WRONLY);
   }
@@ -76,7 +79,10 @@ int runWith(const Program& program, Properties& store, Logger& log, PipelineGlob
   const Interrupts interrupts(globals);
   const bool configured = configure(store, log, globals, argc, argv) == 0;
   if (!configured && Interrupts::received() == 0) return kFailed;
-  if (configured) program.run(globals);
+  if (configured) {
+    const Progress progress(globals);
+    program.run(globals);
+  }
 
   if (const int number = Interrupts::received(); number != 0) {
     log.recordReturnCodeFirst(kSignalStatusBase + number);
@@ -103,6 +109,9 @@ int runProgram(const Program& program, int argc, const char* const* argv) {
   try {
     if (log.LoadMessage("tamrix") != 0) return kFailed;
     if (log.init(kInfo) != 0) return kFailed;
+    if (const char* const setting = std::getenv("TAMRIX_PROGRESS"); !log.console().settle(setting)) {
+      log.log(kWarning, msg::kMainProgressNotRecognized, setting);
+    }
     PipelineGlobals globals;
     return runWith(program, store, log, globals, argc, argv);
   } catch (int thrown) {

@@ -45,11 +45,13 @@ int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
 // Returns 0 once the module owns a slot, 1 when it is to stop instead.
 int BufferQ::waitForSlot(int moduleId) {
   while (!mayGet(moduleId)) {
-    const auto deadline = std::chrono::steady_clock::now() + waitRound_;
+    const auto begun = std::chrono::steady_clock::now();
     logger->log(kDebug, msg::kRingStarved, moduleId);
     // A stop that came since the slot was asked for may have woken the others already.
-    const auto woken = stop_->isSet() ? CondVar::Wake::kSignalled
-                                      : position(predecessor(moduleId)).handedOn.waitUntil(mutex_, deadline);
+    const auto woken = stop_->isSet()
+                           ? CondVar::Wake::kSignalled
+                           : position(predecessor(moduleId)).handedOn.waitUntil(mutex_, begun + waitRound_);
+    position(moduleId).waited += std::chrono::steady_clock::now() - begun;
     logger->log(kDebug, msg::kRingResume, moduleId);
     if (woken == CondVar::Wake::kTimedOut) {
       const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(waitRound_).count();
@@ -154,6 +156,11 @@ std::uint32_t BufferQ::slotsOf(const ModulePosition& position) const {
 BufferQ::Run BufferQ::ownedBy(int moduleId) const {
   const MutexLock lock(mutex_);
   return {position(moduleId).head, position(moduleId).tail};
+}
+
+std::chrono::nanoseconds BufferQ::waited(int moduleId) const {
+  const MutexLock lock(mutex_);
+  return position(moduleId).waited;
 }
 
 // Slots are set up when first handed out, and get their buffer whenever the reader takes them: a short copy

@@ -118,6 +118,9 @@ class BufferQ {
   };
   Run ownedBy(int moduleId) const;
 
+  // How long a module has waited for slots, in all, up to its last wait's end.
+  std::chrono::nanoseconds waited(int moduleId) const;
+
   std::int32_t bufferCount() const { return bufferCount_; }
   std::int32_t bufferSize() const { return bufferSize_; }
   std::int64_t totalSize() const { return totalSize_; }
@@ -132,6 +135,7 @@ class BufferQ {
     std::uint32_t head = kStarved;  // the slot that this module gets next
     std::uint32_t tail = 0;         // the last slot that it may take
     CondVar handedOn;               // the next module waits on it for slots from this one
+    std::chrono::nanoseconds waited{0};
   };
   struct Freer {
     void operator()(void* memory) const { std::free(memory); }

@@ -11,6 +11,7 @@
 #include "pipeline/ring/buffer_q.h"
 #include "pipeline/run/audit.h"
 #include "pipeline/run/audit_results.h"
+#include "pipeline/run/progress.h"
 #include "reader/stage/file_reader_module.h"
 #include "writer/file_writer_module.h"
 #include "writer/modsum64_process_module.h"
@@ -84,7 +85,9 @@ int ModuleManager::run() {
     }
     options_.batchfile.clear();  // its files would be listed a second time
   }
-  if (const int result = listFiles(); result != 0) return result;
+  const int listed = listFiles();
+  globals_->counters.phase.store(RunCounters::Phase::kEnding, std::memory_order_release);
+  if (listed != 0) return listed;
   if (options_.audit == AuditMode::kTape) return auditTape();
   if (options_.audit == AuditMode::kNone) {
     globals_->filesToCopy = static_cast<std::int64_t>(list_->extents().size());  // each file has one
@@ -178,6 +181,8 @@ void ModuleManager::addWriter() {
 int ModuleManager::runPipeline() {
   BufferQ ring;
   if (ring.createQ(static_cast<int>(modules_.size()), globals_->stopExecution, options_) != 0) return 1;
+  beginCounting(ring);
+  const auto begun = std::chrono::steady_clock::now();
   startModules(ring);
   logger->log(kDebug, msg::kManagerWaitForThreads);
   for (std::size_t id = 0; id < modules_.size(); ++id) {
@@ -193,7 +198,19 @@ int ModuleManager::runPipeline() {
     modules_[id].reset();
   }
   modules_.clear();
+  globals_->counters.phase.store(RunCounters::Phase::kEnding, std::memory_order_release);
+  tellSummary(globals_->counters, std::chrono::steady_clock::now() - begun, ring.waited(1), ring.waited(0));
   return 0;
+}
+
+void ModuleManager::beginCounting(const BufferQ& ring) {
+  RunCounters& counters = globals_->counters;
+  counters.files = static_cast<std::int64_t>(list_->extents().size());
+  counters.bytes = globals_->totalBytes;
+  counters.buffers = ring.bufferCount();
+  counters.lastStage = modules_.size() - 1;
+  counters.writes = globals_->hasWriter != 0;
+  counters.phase.store(RunCounters::Phase::kCopying, std::memory_order_release);
 }
 
 // Waits until `thread` has ended. While a stop is set, `breakOff` is to see to it, again and again, that

@@ -49,6 +49,7 @@ class ModuleManager {
   [[nodiscard]] int runPipeline();
   [[nodiscard]] int auditTape();
   [[nodiscard]] int auditFiles();
+  void beginCounting(const BufferQ& ring);
   void startModules(BufferQ& ring);
   template <class BreakOff>
   void waitFor(const Thread& thread, BreakOff breakOff);

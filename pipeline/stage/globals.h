@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "pipeline/ring/stop_flag.h"
+#include "pipeline/stage/run_counters.h"
 #include "pipeline/stage/run_event.h"
 
 namespace tamrix {
@@ -23,6 +24,8 @@ struct PipelineGlobals {
   static constexpr std::int64_t kNotListed = -1;
   std::int64_t filesToCopy = kNotListed;  // set by the module manager when the listing is finished
   std::int64_t filesCopied = 0;           // counted by the writer stage; read after it was joined
+
+  RunCounters counters;
 
   // Tells every stage and the ring to end. Each failing path and the signal handler call it; calling it again
   // changes nothing. Stages see it when they next ask for a buffer; those that wait, in the ring or in a

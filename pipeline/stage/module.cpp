@@ -43,4 +43,23 @@ Module::Module(PipelineGlobals& globals, const RunOptions& options, std::string 
 
 Module::~Module() { logger->log(kDebug, msg::kModuleDestructor); }
 
+int Module::getSlot(BufferSlot*& slot) {
+  counters_->state.store(StageState::kAsking, std::memory_order_relaxed);
+  const int result = ring_->getBufferSlot(moduleId_, slot);
+  counters_->state.store(StageState::kWorking, std::memory_order_relaxed);
+  return result;
+}
+
+int Module::putSlot(BufferSlot& slot) {
+  // A file that can't be read is over with a buffer of negative length.
+  const bool endsFile = slot.endOfFile != 0 || slot.length < 0;
+  const bool endsData = slot.endOfData != 0;
+  counters_->bytes.add(slot.length > 0 ? slot.length : 0);
+  counters_->files.add(endsFile ? 1 : 0);
+  const int result = ring_->putBufferSlot(moduleId_, slot);
+  counters_->buffers.add(1);
+  if (endsData) counters_->state.store(StageState::kDone, std::memory_order_relaxed);
+  return result;
+}
+
 }  // namespace tamrix

@@ -23,7 +23,10 @@ class Module : public Thread {
   ~Module() override;
 
   int moduleId() const { return moduleId_; }
-  void setModuleId(int id) { moduleId_ = id; }
+  void setModuleId(int id) {
+    moduleId_ = id;
+    counters_ = &globals_.counters.stages.at(static_cast<std::size_t>(id));
+  }
   void setRing(BufferQ& ring) { ring_ = &ring; }
   // How the stage ended: 0, or the failing operation's code. Read it after join.
   int exitCode() const { return exitCode_; }
@@ -61,6 +64,11 @@ class Module : public Thread {
   [[nodiscard]] static int withMemoryGuard(Loop loop);
 
   BufferQ& ring() { return *ring_; }
+  StageCounters& counters() { return *counters_; }
+
+  // As the ring's operations of these names, for this stage, and counted.
+  [[nodiscard]] int getSlot(BufferSlot*& slot);
+  [[nodiscard]] int putSlot(BufferSlot& slot);
 
   PipelineGlobals& globals_;
   const RunOptions& options_;
@@ -69,6 +77,7 @@ class Module : public Thread {
  private:
   BufferQ* ring_ = nullptr;
   int moduleId_ = -1;
+  StageCounters* counters_ = nullptr;
 };
 
 }  // namespace tamrix

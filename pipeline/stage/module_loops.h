@@ -22,11 +22,12 @@ template <class Action, class Passing>
 int Module::consumeBuffers(const ConsumerMessages& messages, Action action, Passing passing) {
   for (;;) {
     BufferSlot* slot = nullptr;
-    if (const int got = ring().getBufferSlot(moduleId(), slot); got != 0) {
+    if (const int got = getSlot(slot); got != 0) {
       if (got == 1) logger->log(kUrgent, messages.getFailed, got);
       return 1;
     }
     logger->log(kDebug, messages.bufferSize, slot->length);
+    if (slot->startOfFile != 0) counters().file.store(slot->file, std::memory_order_release);
     if (slot->length >= 0) {
       if (const int handled = action(*slot); handled != 0) {
         logger->log(kUrgent, messages.actionFailed, handled);
@@ -36,7 +37,7 @@ int Module::consumeBuffers(const ConsumerMessages& messages, Action action, Pass
     passing(*slot);
     // Behind the put the slot is the next stage's.
     const bool endOfData = slot->endOfData != 0;
-    if (const int put = ring().putBufferSlot(moduleId(), *slot); put != 0) {
+    if (const int put = putSlot(*slot); put != 0) {
       logger->log(kUrgent, messages.putFailed, static_cast<std::int32_t>(slot->bufferId), put);
       return put;
     }

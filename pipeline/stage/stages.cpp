@@ -23,14 +23,14 @@ void ReaderModule::run() {
 int ReaderModule::fillBuffers() {
   for (;;) {
     BufferSlot* slot = nullptr;
-    if (const int got = ring().getBufferSlot(moduleId(), slot); got != 0) {
+    if (const int got = getSlot(slot); got != 0) {
       if (got == 1) logger->log(kUrgent, msg::kReaderModuleGetFailed, got);
       return 1;
     }
     if (fillBuffer(*slot) != 0) return 1;
     // Behind the put the slot is the next stage's.
     const bool endOfData = slot->endOfData != 0;
-    if (const int put = ring().putBufferSlot(moduleId(), *slot); put != 0) {
+    if (const int put = putSlot(*slot); put != 0) {
       logger->log(kUrgent, msg::kReaderModulePutFailed, static_cast<std::int32_t>(slot->bufferId), put);
       return 1;
     }

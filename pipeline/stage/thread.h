@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <csignal>
 #include <string>
 
 #include "pipeline/stage/run_event.h"
@@ -11,7 +12,7 @@
 namespace tamrix {
 
 // Purpose: the base of everything that runs on a thread of its own.
-// Threads: start, isRunning, interrupt and join on the thread that owns the object; run on the new one.
+// Threads: start, isRunning, interrupt, send and join on the thread that owns the object; run on the new one.
 // Lifetime: REQUIRES that a started thread is joined before the object is destroyed.
 class Thread {
  public:
@@ -35,6 +36,11 @@ class Thread {
   // returns early or with EINTR. Does nothing otherwise. To be called again until the thread has ended: it
   // may have been on its way into the call.
   void interrupt();
+
+  // Sends the thread a signal that it waits for (it blocks all, see start).
+  void send(int number) const {
+    if (started_) pthread_kill(handle_, number);
+  }
 
   // Waits until the thread has ended; does nothing when none was started.
   void join();

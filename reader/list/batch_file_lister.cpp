@@ -69,6 +69,7 @@ int BatchFileLister::appendPair(BatchPair pair) {
   if (pair.kind == SourceKind::kPattern && pair.source.find_first_of("*?", name) != std::string::npos)
     return expand(pair);
   pairs_.push_back(std::move(pair));
+  globals_.counters.filesFound.add(1);
   return 0;
 }
 

@@ -58,6 +58,7 @@ int CopyList::getList() {
 
 int CopyList::takeAllPairs() {
   logger->log(kDebug, msg::kCopyListCalled);
+  globals_.counters.phase.store(RunCounters::Phase::kListing, std::memory_order_release);
   SpecFileLister specLister(globals_, options_);
   BatchFileLister batchLister(globals_, options_);
 
@@ -201,6 +202,8 @@ FileC& CopyList::addRecord(const PairProbe& pair) {
   if (__builtin_add_overflow(globals_.totalBytes, file.fileSize, &globals_.totalBytes)) {
     globals_.totalBytes = std::numeric_limits<std::int64_t>::max();
   }
+  globals_.counters.filesListed.add(1);
+  globals_.counters.bytesListed.set(globals_.totalBytes);
   pair.attributes.collect(file);
   return file;
 }
@@ -247,6 +250,7 @@ int CopyList::finish() {
     return writes_ ? 1 : 0;
   }
   logger->log(kDebug, msg::kCopyListFilesFound, static_cast<std::int32_t>(sorted_.size()));
+  globals_.counters.phase.store(RunCounters::Phase::kSorting, std::memory_order_release);
   if (!sortInTapeOrder(sorted_, [this] { return globals_.stopExecution.isSet(); })) return 1;
   if (globals_.stopExecution.isSet()) return 1;
   if (logger->level() <= kDebug) {

@@ -33,8 +33,8 @@ std::string join(const std::string& directory, const char* name) {
 // One walk: what it looks for, what it has found, and the directories that it is in.
 class Walker {
  public:
-  Walker(const WalkRules& rules, PathList& list, const StopFlag& stop)
-      : rules_(rules), list_(list), stop_(stop) {}
+  Walker(const WalkRules& rules, PathList& list, PipelineGlobals& globals)
+      : rules_(rules), list_(list), stop_(globals.stopExecution), found_(globals.counters.filesFound) {}
 
   void walkDirectory(const std::string& directory) {
     const Dir dir(opendir(directory.c_str()));
@@ -83,7 +83,9 @@ class Walker {
       type = status.st_mode & S_IFMT;
     }
     if (type == rules_.type) {
-      if (wildcardMatch(rules_.pattern, name)) list_.push_back(join(directory, name));
+      if (!wildcardMatch(rules_.pattern, name)) return;
+      list_.push_back(join(directory, name));
+      found_.add(1);
     } else if (type == S_IFDIR && rules_.recursive) {
       walkDirectory(join(directory, name));
     }
@@ -98,14 +100,15 @@ class Walker {
   const WalkRules& rules_;
   PathList& list_;
   const StopFlag& stop_;
+  Count& found_;
   std::vector<std::pair<dev_t, ino_t>> inside_;
 };
 
 }  // namespace
 
-void walkDirectory(const WalkRules& rules, const std::string& directory, const StopFlag& stop,
+void walkDirectory(const WalkRules& rules, const std::string& directory, PipelineGlobals& globals,
                    PathList& list) {
-  Walker(rules, list, stop).walkDirectory(directory);
+  Walker(rules, list, globals).walkDirectory(directory);
 }
 
 }  // namespace tamrix

@@ -14,11 +14,11 @@ FileLister::FileLister(PipelineGlobals& globals, const RunOptions& options)
 FileLister::~FileLister() { logger->log(kDebug, msg::kFileListerDestructor); }
 
 void FileLister::dirInfoRecursive(PathList& list, const std::string& directory, std::string_view pattern) {
-  walkDirectory({S_IFREG, true, true, pattern}, directory, globals_.stopExecution, list);
+  walkDirectory({S_IFREG, true, true, pattern}, directory, globals_, list);
 }
 
 void FileLister::dirInfo(PathList& list, const std::string& directory, std::string_view pattern) {
-  walkDirectory({S_IFREG, false, true, pattern}, directory, globals_.stopExecution, list);
+  walkDirectory({S_IFREG, false, true, pattern}, directory, globals_, list);
 }
 
 int FileLister::init() { return 1; }

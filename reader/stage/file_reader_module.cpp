@@ -28,6 +28,7 @@ int FileReaderModule::fillBuffer(BufferSlot& slot) {
   FileC& file = *extent.file;
   logger->log(kDebug, msg::kFileReaderExtent, extent.startBlock, remaining_, file.fileName);
   const bool startsFile = !source_.isOpen();
+  if (startsFile) counters().file.store(&file, std::memory_order_release);
   if (startsFile && openSource(file) != 0) return passOver(slot);
 
   const std::int64_t offset = source_.offset();
