@@ -31,6 +31,11 @@ int terminalWidth() {
   return width <= 0 ? kUsualWidth : std::clamp(width, kNarrowest, kWidest);
 }
 
+// The letter comes from an attribute, in which anything may stand.
+char shownLetter(const PartitionLayout& partition) {
+  return partition.letter > ' ' && partition.letter < 0x7F ? partition.letter : '?';
+}
+
 // By the locale that the environment names, as no part of the program needs another one of it.
 MapCharacters terminalCharacters() {
   for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
@@ -95,8 +100,8 @@ void AuditResults::tellCounts() const {
 void AuditResults::drawMap() const {
   if (!layout_->partitions().empty()) drawBars();
   for (const PartitionLayout& partition : layout_->partitions()) {
-    logger->output(msg::kManagerMapFiles, partition.letter, partition.files, gigabytes(partition.bytes),
-                   partition.outOfNameOrder);
+    logger->output(msg::kManagerMapFiles, shownLetter(partition), partition.files,
+                   gigabytes(partition.bytes), partition.outOfNameOrder);
     logger->output(msg::kManagerMapGaps, partition.gaps,
                    gigabytes(partition.gapBlocks * layout_->blockSize()),
                    gigabytes(partition.largestGap * layout_->blockSize()), partition.reclaimablePercent());
@@ -113,7 +118,7 @@ void AuditResults::drawBars() const {
   const MapCharacters characters = terminalCharacters();
   const VolumeMap map = drawVolume(*layout_, freeBytes, terminalWidth() - kBeforeBar, characters);
   for (std::size_t i = 0; i < map.bars.size(); ++i) {
-    logger->output(msg::kManagerMapBar, layout_->partitions()[i].letter, map.bars[i]);
+    logger->output(msg::kManagerMapBar, shownLetter(layout_->partitions()[i]), map.bars[i]);
   }
   logger->output(msg::kManagerMapScale, map.scale);
   const MapCells& cells = mapCells(characters);

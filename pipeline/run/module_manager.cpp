@@ -78,9 +78,10 @@ int ModuleManager::run() {
   }
   options_ = readRunOptions(*properties);
   if (options_.audit == AuditMode::kTape) {
-    if (storesChecksums(options_.checksumUpdate)) {
-      // A person who asks for checksums is not to believe that they are there now.
-      logger->log(kUrgent, msg::kManagerChecksumNeedsFiles);
+    // A person who asks for checksums is not to believe that they are there, and right.
+    const bool stores = storesChecksums(options_.checksumUpdate);
+    if (stores || readAuditOptions(*properties).requireChecksum) {
+      logger->log(kUrgent, msg::kManagerNeedsFileAudit, stores ? "checksum-update" : "require-checksum");
       return 1;
     }
     options_.batchfile.clear();  // its files would be listed a second time

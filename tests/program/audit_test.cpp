@@ -230,7 +230,8 @@ TEST(AuditProgram, whatItCannotDoIsRefused) {
       {{"-checksum-update=all"}, text(msg::kPropertiesInvalid, "checksum-update", "all")},
       {{"-audit=files", "-checksum=XXH128"}, text(msg::kManagerChecksumUnsupported, "XXH128")},
       {{"-audit=files", "-checksum="}, text(msg::kManagerChecksumMissing)},
-      {{"-checksum-update=newonly"}, text(msg::kManagerChecksumNeedsFiles)},
+      {{"-checksum-update=newonly"}, text(msg::kManagerNeedsFileAudit, "checksum-update")},
+      {{"-require-checksum"}, text(msg::kManagerNeedsFileAudit, "require-checksum")},
       {{"-audit=tape"}, text(msg::kAuditNoBlockSize, dir / "src")},
       {{"-batchfile=" + dir.file("b.xml", "<tamrixspec version=\"1.0\"><params><sparse>enable</sparse></params>"
                                           "<data></data></tamrixspec>")},
