@@ -2,6 +2,7 @@
 #include <sys/xattr.h>
 
 #include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "log/logger.h"
@@ -67,6 +68,7 @@ int Module::updateChecksum(const BufferSlot& slot, ChecksumTarget target) const 
       return 0;
     }
     logger->log(kWarning, msg::kModuleChecksumUpdateFailed, name);
+    logger->log(kWarning, msg::kModuleChecksumNotStored, path, std::strerror(error));
     return 2;
   }
   return 0;

@@ -57,6 +57,7 @@ TEST(ChecksumStage, sourceThatTakesNoAttributeEndsTheRunWithoutAStatusLine) {
                                    {"checksum", "modsum64"},
                                    {"checksum-update", "newonly"}});
   EXPECT_EQ(run.log.count(msg::kModuleChecksumUpdateFailed, kAttribute), 1);
+  EXPECT_NE(run.log.logText().find("Checksum of /proc/self/comm is not stored - "), std::string::npos);
   EXPECT_EQ(run.log.count(msg::kProcessModuleFailed, 2), 1);
   EXPECT_EQ(run.log.logText().find("Status-file"), std::string::npos);
 }
