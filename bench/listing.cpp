@@ -8,18 +8,11 @@
 //
 // Ends with 0 when the targets are met, 1 when one is missed, 2 when something went wrong, 3 when DIRECTORY
 // takes no user attributes. DIRECTORY is left to the caller to remove.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
@@ -27,91 +20,21 @@
 #include <iterator>
 #include <stdexcept>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 #include "bench/child_run.h"
+#include "bench/tape_tree.h"
 
 namespace {
 
 using tamrix::bench::ChildRun;
+using tamrix::bench::kFilesPerDirectory;
+using tamrix::bench::kTreeFileSize;
 
-constexpr int kFilesPerDirectory = 1000;
-constexpr int kFileSize = 3;            // bytes; the run's total tells that every file was listed
 constexpr double kTreeTimeRatio = 10;   // for ten times the files
 constexpr double kBatchTimeRatio = 11;  // linear, and a tenth for the noise of runs below a second
 constexpr double kTargetBytesPerFile = 1024;
 constexpr int kNoAttributes = 3;
-
-[[noreturn]] void fail(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
-std::string numbered(const char* format, int number) {
-  std::array<char, 64> text{};
-  std::snprintf(text.data(), text.size(), format, number);
-  return text.data();
-}
-
-std::string directoryName(int file) { return numbered("dir%03d", file / kFilesPerDirectory); }
-std::string fileName(int file) { return numbered("file-%07d", file); }
-
-// Returns false when the file system takes no user attributes.
-bool makeFile(const std::string& path, int number) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0 || ftruncate(fd, kFileSize) != 0) fail(path);
-  // A multiplier that is prime to the count spreads neighbours of a directory over the tape.
-  const auto block = static_cast<int>(static_cast<long long>(number) * 7919 % 1000003);
-  const std::array<std::pair<const char*, std::string>, 7> attributes = {{
-      {"user.ltfs.startblock", std::to_string(block)},
-      {"user.ltfs.partition", "b"},
-      {"user.ltfs.volumeUUID", "5f0c2d1e-8a44-4f0b-9c11-7d2e60b1a9f3"},
-      {"user.ltfs.softwareVendor", "VOQ"},
-      {"user.ltfs.fileUID", std::to_string(number + 2)},
-      {"user.ltfs.createTime", "2019-03-02T08:15:30.250000000Z"},
-      {"user.archive.project", "harbour-" + std::to_string(number % 40)},
-  }};
-  bool taken = true;
-  for (const auto& [name, value] : attributes) {
-    if (fsetxattr(fd, name, value.data(), value.size(), 0) == 0) continue;
-    taken = errno == ENOTSUP ? false : (fail(path), false);
-  }
-  close(fd);
-  return taken;
-}
-
-// Makes ROOT/dirNNN/file-NNNNNNN with all cores, a directory at a time.
-void makeTree(const std::string& root, int count) {
-  const int directories = count / kFilesPerDirectory;
-  const int workers = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
-  std::filesystem::create_directories(root);
-  std::vector<std::exception_ptr> errors(static_cast<std::size_t>(workers));
-  const auto makeShare = [&](int worker) {
-    for (int directory = worker; directory < directories; directory += workers) {
-      const int first = directory * kFilesPerDirectory;
-      const std::string path = root + "/" + directoryName(first);
-      std::filesystem::create_directory(path);
-      for (int file = first; file < first + kFilesPerDirectory; ++file) {
-        makeFile(path + "/" + fileName(file), file);
-      }
-    }
-  };
-  const auto work = [&](int worker) {
-    try {
-      makeShare(worker);
-    } catch (...) {
-      errors[static_cast<std::size_t>(worker)] = std::current_exception();
-    }
-  };
-  {
-    std::vector<std::jthread> threads;
-    for (int worker = 0; worker < workers; ++worker) threads.emplace_back(work, worker);
-  }
-  for (const std::exception_ptr& error : errors) {
-    if (error != nullptr) std::rethrow_exception(error);
-  }
-}
 
 // A batch file with the first `count` files of a tree, a file element per directory.
 void writeBatchFile(const std::string& path, const std::string& tree, const std::string& destination,
@@ -119,16 +42,16 @@ void writeBatchFile(const std::string& path, const std::string& tree, const std:
   std::ofstream batch(path);
   batch << "<tamrixspec version=\"1.0\">\n  <data>\n";
   for (int file = 0; file < count; ++file) {
-    const std::string directory = directoryName(file);
+    const std::string directory = tamrix::bench::treeDirectory(file);
     if (file % kFilesPerDirectory == 0) {
       batch << "    <file>\n      <srcpath>" << tree << '/' << directory << "</srcpath>\n      <dstpath>"
             << destination << '/' << directory << "</dstpath>\n";
     }
-    batch << "      <sf>" << fileName(file) << "</sf>\n";
+    batch << "      <sf>" << tamrix::bench::treeFile(file) << "</sf>\n";
     if (file % kFilesPerDirectory == kFilesPerDirectory - 1) batch << "    </file>\n";
   }
   batch << "  </data>\n</tamrixspec>\n";
-  if (!batch.flush()) fail(path);
+  if (!batch.flush()) throw std::runtime_error("can't write " + path);
 }
 
 // One thing to list, and the runs that listed it.
@@ -160,7 +83,7 @@ void listOnce(const std::string& program, const std::string& work, Case& listed)
   arguments.insert(arguments.begin(), program);
   ChildRun run = tamrix::bench::runChild(arguments, work + "/log");
   const std::string total =
-      "Total " + std::to_string(static_cast<long long>(listed.files) * kFileSize) + " bytes to transfer";
+      "Total " + std::to_string(static_cast<long long>(listed.files) * kTreeFileSize) + " bytes to transfer";
   if (listed.files > 0 && run.text.find(total) == std::string::npos) {
     throw std::runtime_error(listed.name + ": not all files were listed; the log says:\n" + run.text);
   }
@@ -193,8 +116,8 @@ int measure(const std::string& program, const std::string& work, int rounds) {
   const std::string tree = work + "/vol-1";
   const std::string largeTree = work + "/vol-2";
   const std::string destination = work + "/restored";
-  makeTree(tree, 100000);
-  makeTree(largeTree, 1000000);
+  tamrix::bench::makeTapeTree(tree, 100000);
+  tamrix::bench::makeTapeTree(largeTree, 1000000);
   std::filesystem::create_directory(work + "/none");
 
   const auto treeCase = [&](int files, const std::string& source) {
@@ -234,7 +157,7 @@ int main(int argc, char** argv) {
   }
   try {
     const std::string work = argv[2];
-    if (!makeFile(work + "/probe", 0)) return kNoAttributes;
+    if (!tamrix::bench::makeTapeFile(work + "/probe", 0)) return kNoAttributes;
     return measure(argv[1], work, argc == 4 ? std::max(1, std::atoi(argv[3])) : 5);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
