@@ -136,10 +136,8 @@ int AuditReport::add(const Extent& extent, const TapeLayout::Place* place) {
 }
 
 int AuditReport::complete(const AuditSums& sums, const TapeLayout* layout) {
-  Json line = {{"sums", true},
-               {"status", logger->returnCode()},
-               {"files", sums.files},
-               {"bytes", sums.bytes}};
+  Json line = {
+      {"sums", true}, {"status", logger->returnCode()}, {"files", sums.files}, {"bytes", sums.bytes}};
   if (mode_ == AuditMode::kFiles) {
     line["attribute"] = checksumAttribute_;
     for (std::size_t i = 0; i < kAuditResults; ++i) line[kResultWords.at(i)] = sums.results.at(i);

@@ -71,7 +71,8 @@ void AuditResults::finish() {
        (auditOptions_.map == MapMode::kAuto && isatty(STDOUT_FILENO) != 0))) {
     drawMap();
   }
-  if (report_ && collected == 0 && !stop_.isSet()) (void)report_->complete(sums_, layout_ ? &*layout_ : nullptr);
+  if (report_ && collected == 0 && !stop_.isSet())
+    (void)report_->complete(sums_, layout_ ? &*layout_ : nullptr);
 }
 
 int AuditResults::collect() {
@@ -100,8 +101,8 @@ void AuditResults::tellCounts() const {
 void AuditResults::drawMap() const {
   if (!layout_->partitions().empty()) drawBars();
   for (const PartitionLayout& partition : layout_->partitions()) {
-    logger->output(msg::kManagerMapFiles, shownLetter(partition), partition.files,
-                   gigabytes(partition.bytes), partition.outOfNameOrder);
+    logger->output(msg::kManagerMapFiles, shownLetter(partition), partition.files, gigabytes(partition.bytes),
+                   partition.outOfNameOrder);
     logger->output(msg::kManagerMapGaps, partition.gaps,
                    gigabytes(partition.gapBlocks * layout_->blockSize()),
                    gigabytes(partition.largestGap * layout_->blockSize()), partition.reclaimablePercent());

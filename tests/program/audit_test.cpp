@@ -233,8 +233,9 @@ TEST(AuditProgram, whatItCannotDoIsRefused) {
       {{"-checksum-update=newonly"}, text(msg::kManagerNeedsFileAudit, "checksum-update")},
       {{"-require-checksum"}, text(msg::kManagerNeedsFileAudit, "require-checksum")},
       {{"-audit=tape"}, text(msg::kAuditNoBlockSize, dir / "src")},
-      {{"-batchfile=" + dir.file("b.xml", "<tamrixspec version=\"1.0\"><params><sparse>enable</sparse></params>"
-                                          "<data></data></tamrixspec>")},
+      {{"-batchfile=" + dir.file("b.xml",
+                                 "<tamrixspec version=\"1.0\"><params><sparse>enable</sparse></params>"
+                                 "<data></data></tamrixspec>")},
        text(msg::kAuditParamHint)},
   };
   for (const auto& [args, message] : rows) {

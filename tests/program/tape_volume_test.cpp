@@ -110,9 +110,9 @@ TEST(TapeVolume, auditsReadInTapeOrderPastWhatCannotBeRead) {
                                     "-bad-block=b:" + std::to_string(kFar / 2 + 1)});
   SKIP_UNLESS_MOUNTED(volume);
   test::setXattr(volume / "d", attribute, "there");
-  const ProgramRun run = runProgram(
-      {"-audit=files", "-srcpath=" + volume.path(), "-recursive", "-checksum-update=newonly"},
-      {.program = TAMRIX_AUDIT_PROGRAM});
+  const ProgramRun run =
+      runProgram({"-audit=files", "-srcpath=" + volume.path(), "-recursive", "-checksum-update=newonly"},
+                 {.program = TAMRIX_AUDIT_PROGRAM});
   EXPECT_EQ(run.status, 1) << run;
   EXPECT_EQ(run.count(text(msg::kManagerAuditCounts, 0, 0, 6, 1)), 1) << run;
   EXPECT_EQ(run.count(text(msg::kChecksumStageNotReplaced, attribute, volume / "d")), 1) << run;
