@@ -33,19 +33,29 @@ class TAMRIX_CAPABILITY("mutex") Mutex {
 
  private:
   friend class CondVar;
+  friend class MutexLock;
   std::mutex mutex_;
 };
 
 // Holds a mutex for the length of a scope.
 class TAMRIX_SCOPED_CAPABILITY MutexLock {
  public:
-  explicit MutexLock(Mutex& mutex) TAMRIX_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+  explicit MutexLock(Mutex& mutex) TAMRIX_ACQUIRE(mutex) : mutex_(mutex) {
+    if (mutex_.mutex_.try_lock()) return;
+    const auto start = std::chrono::steady_clock::now();
+    mutex_.lock();
+    waited_ = std::chrono::steady_clock::now() - start;
+  }
   ~MutexLock() TAMRIX_RELEASE() { mutex_.unlock(); }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
+  // How long it took until other threads gave the mutex up.
+  std::chrono::nanoseconds waited() const { return waited_; }
+
  private:
   Mutex& mutex_;
+  std::chrono::nanoseconds waited_{};
 };
 
 class CondVar {

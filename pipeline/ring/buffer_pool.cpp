@@ -58,9 +58,7 @@ int BufferQ::createQ(int moduleCount, const StopFlag& stop, const RunOptions& op
     const MutexLock lock(mutex_);
     position(0).head = 0;
     position(0).tail = static_cast<std::uint32_t>(bufferCount_ - 1);
-    const std::int64_t lead = std::max(kShortLead, std::int64_t{4} * bufferSize_);
-    // A ring that is no larger keeps the lead short by itself.
-    leadLimit_ = lead < std::int64_t{bufferCount_} * bufferSize_ ? lead : kLongLead;
+    lead_ = ReaderLead(bufferSize_, bufferCount_);
   }
   return inFile ? setupFile(options.bufferFile) : setupMem();
 }

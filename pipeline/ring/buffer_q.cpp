@@ -33,6 +33,7 @@ int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
   }
   {
     const MutexLock lock(mutex_);
+    if (moduleId == 0) lead_.leaveOut(lock.waited());
     if (const int result = waitForSlot(moduleId); result != 0) return result;
     const ModulePosition& me = position(moduleId);
     logger->log(kDebug, msg::kRingHandOut, shown(me.head), shown(me.tail), shown(me.head));
@@ -44,6 +45,9 @@ int BufferQ::getBufferSlot(int moduleId, BufferSlot*& slot) {
 
 // Returns 0 once the module owns a slot, 1 when it is to stop instead.
 int BufferQ::waitForSlot(int moduleId) {
+  if (moduleId == 0) measureReader();
+  if (mayGet(moduleId)) return 0;
+  const auto start = std::chrono::steady_clock::now();
   while (!mayGet(moduleId)) {
     const auto begun = std::chrono::steady_clock::now();
     logger->log(kDebug, msg::kRingStarved, moduleId);
@@ -63,7 +67,13 @@ int BufferQ::waitForSlot(int moduleId) {
       return 1;
     }
   }
+  if (moduleId == 0) lead_.leaveOut(std::chrono::steady_clock::now() - start);
   return 0;
+}
+
+void BufferQ::measureReader() {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  if (lead_.sampleIsDue(now)) lead_.takeSample(ThreadUsage::now());
 }
 
 int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
@@ -82,6 +92,7 @@ CondVar* BufferQ::handOver(int moduleId, BufferSlot& slot) {
   slot.nextModuleId = static_cast<std::uint32_t>(nextId);
 
   const MutexLock lock(mutex_);
+  if (moduleId == 0) lead_.leaveOut(lock.waited());
   dump();
   ModulePosition& me = position(moduleId);
   ModulePosition& next = position(nextId);
@@ -113,24 +124,17 @@ CondVar* BufferQ::handOver(int moduleId, BufferSlot& slot) {
 
 // Whether the module owns a slot and, if it is the reader, has not used up its lead.
 bool BufferQ::mayGet(int moduleId) const {
-  return position(moduleId).head != kStarved && (moduleId != 0 || lead_ < leadLimit_);
+  return position(moduleId).head != kStarved && (moduleId != 0 || lead_.hasRoom());
 }
 
-// The reader is left asleep until a good part of the ring is empty again and no more than a quarter of a
-// short lead is still to be written: it wakes once for many buffers, and a tape that is faster than the
-// destination runs and stops in long stretches. Slots and lead come back without its help.
-bool BufferQ::readerShouldWake() const {
-  const auto slots = static_cast<std::uint32_t>(bufferCount_);
-  return slotsOf(position(0)) >= std::max(1U, slots / kReaderWakeShare) &&
-         lead_ <= leadLimit_ / kReaderWakeShare;
-}
+bool BufferQ::readerShouldWake() const { return lead_.shouldWake(slotsOf(position(0))); }
 
 // Keeps account of the reader's lead, to which holes add nothing, and of the buffers that are free again.
 void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {
   const std::int64_t bytes = slot.hole != 0 ? 0 : std::max(slot.length, 0);
   const bool isBack = successor(fromModule) == 0;
-  if (fromModule == 0) lead_ += bytes;
-  if (isBack) lead_ -= bytes;
+  if (fromModule == 0) lead_.filled(bytes);
+  if (isBack) lead_.emptied(bytes);
   // What stands for a hole needs no buffer.
   if (mode_ == Mode::kMemory && slot.data != nullptr && (isBack || slot.hole != 0)) {
     freeBuffers_.push_back(std::exchange(slot.data, nullptr));
@@ -141,11 +145,6 @@ void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {
 void BufferQ::wakeAll() {
   const MutexLock lock(mutex_);
   for (ModulePosition& module : positions_) module.handedOn.notifyAll();
-}
-
-void BufferQ::allowLongLead() {
-  const MutexLock lock(mutex_);
-  leadLimit_ = kLongLead;
 }
 
 std::uint32_t BufferQ::slotsOf(const ModulePosition& position) const {

@@ -15,13 +15,11 @@
 // Starved and fed. A module without slots is starved (`head` is kStarved) and waits on its predecessor's
 // condition. Only the predecessor's put feeds it, by setting its head, and wakes it; a module that is not
 // starved finds its grown run by itself. A module becomes starved only by its own put of the last slot it
-// owned. A starved stage is woken at once, the reader when a quarter of the ring has come back to it.
+// owned. A starved stage is woken at once, the reader when it has work for a while.
 //
-// Short lead, long lead. While the source is as fast as memory, reading far ahead gains nothing and costs a
-// pass through memory that no cache holds; the reader is then kept to a lead of kShortLead bytes (4 buffers
-// at least) over the last stage, and woken when it has a quarter of that left. The first source that is
-// slower opens the whole ring, for the rest of the run: buffering is what keeps a tape streaming. Buffers are
-// handed out most recently used first, so that a short lead also touches little of the pool.
+// Lead. How far the reader may be ahead of the last stage, and when it is woken, is ReaderLead's to say.
+// While it is kept back it waits like a starved stage, though it owns slots. Buffers are handed out most
+// recently used first, so that a short lead also touches little of the pool.
 //
 // End of data. The reader marks the last buffer of the run with endOfData. Every module reads that mark
 // before it puts the slot (afterwards the slot is the successor's), passes it on, and ends.
@@ -41,12 +39,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "log/mutex.h"
+#include "pipeline/ring/reader_lead.h"
 #include "pipeline/ring/stop_flag.h"
 
 namespace tamrix {
@@ -79,9 +77,6 @@ class BufferQ {
  public:
   static constexpr std::uint32_t kStarved = ~std::uint32_t{0};
   static constexpr int kMaxModules = 4;
-  static constexpr std::int64_t kShortLead = 3 << 19;  // bytes: what a core's own cache holds
-  static constexpr std::int64_t kLongLead = std::numeric_limits<std::int64_t>::max();
-  static constexpr std::uint32_t kReaderWakeShare = 4;  // see "Starved and fed", "Short lead, long lead"
   enum class Mode { kMemory = 0, kBufferFile = 1 };
 
   // `waitRound`: how long a starved module waits before it looks at the stop flag.
@@ -106,9 +101,6 @@ class BufferQ {
 
   // Wakes every module that waits, so that it looks at the stop flag. REQUIRES: the flag is set.
   void wakeAll();
-
-  // Lets the reader fill the whole ring from now on. For the reader's thread.
-  void allowLongLead();
 
   // The run of slots that a module owns; `head` is kStarved when it owns none. For looking at a ring, not
   // for deciding anything while stages run.
@@ -156,6 +148,7 @@ class BufferQ {
     return positions_[static_cast<std::size_t>(moduleId)];
   }
   bool mayGet(int moduleId) const TAMRIX_REQUIRES(mutex_);
+  void measureReader() TAMRIX_REQUIRES(mutex_);
   bool readerShouldWake() const TAMRIX_REQUIRES(mutex_);
   std::uint32_t slotsOf(const ModulePosition& position) const;
   void accountTransfer(int fromModule, BufferSlot& slot) TAMRIX_REQUIRES(mutex_);
@@ -185,8 +178,7 @@ class BufferQ {
 
   mutable Mutex mutex_;
   std::array<ModulePosition, kMaxModules> positions_ TAMRIX_GUARDED_BY(mutex_);  // by module id
-  std::int64_t lead_ TAMRIX_GUARDED_BY(mutex_) = 0;       // bytes that the reader is ahead of the last stage
-  std::int64_t leadLimit_ TAMRIX_GUARDED_BY(mutex_) = 0;  // the reader waits from here on
+  ReaderLead lead_ TAMRIX_GUARDED_BY(mutex_);
   std::vector<char*> freeBuffers_ TAMRIX_GUARDED_BY(mutex_);  // used before and free, the latest last
   std::uint32_t unusedFrom_ TAMRIX_GUARDED_BY(mutex_) = 0;    // buffers from here on were never used
 };

@@ -4,16 +4,6 @@
 
 namespace tamrix {
 
-namespace {
-
-// A source that is read at less than this is no memory; drives, disks and networks are well below. Measured
-// over so many bytes, or so much time, whichever is reached first.
-constexpr double kMemorySpeed = 1e9;  // bytes per second
-constexpr std::int64_t kSampleBytes = 16 << 20;
-constexpr std::chrono::milliseconds kSampleTime(20);
-
-}  // namespace
-
 FileReaderModule::FileReaderModule(PipelineGlobals& globals, const RunOptions& options, const CopyList& list,
                                    RunFiles* runFiles)
     : ReaderModule(globals, options), copyList_(list), source_(*this, globals.stopExecution, runFiles) {
@@ -32,12 +22,8 @@ int FileReaderModule::fillBuffer(BufferSlot& slot) {
   if (startsFile && openSource(file) != 0) return passOver(slot);
 
   const std::int64_t offset = source_.offset();
-  const auto start = std::chrono::steady_clock::now();
   const std::optional<SourcePiece> piece = source_.read(slot.data, remaining_, slot.capacity);
   if (!piece) return passOver(slot);
-  if (!sourceIsSlow_ && !piece->isHole && piece->length > 0) {
-    accountRead(piece->length, std::chrono::steady_clock::now() - start);
-  }
   totalRead_ += piece->length;
   remaining_ -= piece->length;
   const auto length = static_cast<std::int32_t>(piece->length);
@@ -98,19 +84,6 @@ int FileReaderModule::advance() {
   // Only a file with several extents needs a seek.
   logger->log(kDebug, msg::kFileReaderDiscontinuity, source_.offset(), next.offset, next.file->fileName);
   return source_.seek(next.offset);
-}
-
-void FileReaderModule::accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time) {
-  sampleBytes_ += bytes;
-  sampleTime_ += time;
-  if (sampleBytes_ < kSampleBytes && sampleTime_ < kSampleTime) return;
-  const double seconds = std::chrono::duration<double>(sampleTime_).count();
-  if (static_cast<double>(sampleBytes_) < seconds * kMemorySpeed) {
-    sourceIsSlow_ = true;
-    ring().allowLongLead();
-  }
-  sampleBytes_ = 0;
-  sampleTime_ = {};
 }
 
 int FileReaderModule::fail() {

@@ -1,7 +1,6 @@
 // The first stage: reads the files of the copy list, in its order, into buffers.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -41,17 +40,11 @@ class FileReaderModule : public ReaderModule {
   // Stops the pipeline and returns 1; for the failing paths, which have logged why.
   [[nodiscard]] int fail();
 
-  // Takes note of a read, and lets the ring fill once the source proves slower than memory.
-  void accountRead(std::int64_t bytes, std::chrono::steady_clock::duration time);
-
   const CopyList& copyList_;
   std::size_t position_ = 0;    // in the copy list: the extent being read
   std::int64_t remaining_ = 0;  // bytes of it still to read
   OpenSource source_;           // the extent's file, unless it is still to be opened
   std::int64_t totalRead_ = 0;
-  bool sourceIsSlow_ = false;
-  std::int64_t sampleBytes_ = 0;  // of the speed being measured
-  std::chrono::steady_clock::duration sampleTime_{};
 };
 
 }  // namespace tamrix

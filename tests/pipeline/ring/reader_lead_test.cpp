@@ -1,0 +1,76 @@
+#include "pipeline/ring/reader_lead.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace tamrix {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::int64_t kMiB = 1 << 20;
+
+// Takes a sample for each letter: the reader (c)opied, was (p)reempted, (s)lept, slept (a) quarter of the
+// time, or waited in the (r)ing.
+void take(ReaderLead& lead, const std::string& samples) {
+  ThreadUsage now;
+  lead.takeSample(now);
+  for (const char sample : samples) {
+    const auto rest = sample == 'c' ? 0ms : sample == 'a' ? 5ms : 18ms;
+    now.clock += 20ms;
+    now.processor += 20ms - rest;
+    if (sample == 'p') now.queued += rest;
+    if (sample == 'r') lead.leaveOut(rest);
+    EXPECT_EQ(lead.sampleIsDue(now.clock), sample != 'r');
+    lead.takeSample(now);
+  }
+}
+
+TEST(ReaderLead, onlySleepingMakesItLongAndOnlyStayingAwakeMakesItShort) {
+  const struct {
+    const char* samples;
+    double limit;  // MiB
+  } rows[] = {
+      {"cccccccccccccccc", 1.5},
+      {"pppppppp", 1.5},
+      {"rrrrrrrr", 1.5},
+      {"aaaa", 1.5},
+      {"s", 6},
+      {"sss", 96},
+      {"sssss", 100},
+      {"sssscccccccc", 25},
+      {"ssssppppcrcr", 25},
+      {"ssssccccccc", 100},
+      {"sssscccaccccccc", 100},
+      {"sssscccscccccccc", 25},
+      {"scccccccccccccccccccccccc", 1.5},
+  };
+  for (const auto& row : rows) {
+    ReaderLead lead(kMiB / 8, 800);
+    take(lead, row.samples);
+    EXPECT_EQ(lead.limit(), static_cast<std::int64_t>(row.limit * kMiB)) << row.samples;
+  }
+}
+
+TEST(ReaderLead, aReaderThatIsKeptBackGoesOnWithWorkForAWhile) {
+  ReaderLead lead(kMiB / 8, 800);
+  lead.filled(lead.limit() - 1);
+  EXPECT_TRUE(lead.hasRoom());
+  lead.filled(1);
+  EXPECT_FALSE(lead.hasRoom());
+  lead.emptied(lead.limit() * 3 / 4 - 1);
+  EXPECT_FALSE(lead.shouldWake(800));
+  lead.emptied(1);
+  EXPECT_TRUE(lead.shouldWake(200));
+  EXPECT_FALSE(lead.shouldWake(199));
+  // Of the whole ring, a quarter need be free; a ring that is short has no shorter lead.
+  take(lead, "sssss");
+  lead.filled(75 * kMiB);
+  EXPECT_TRUE(lead.shouldWake(200));
+  EXPECT_EQ(ReaderLead(kMiB, 3).limit(), 3 * kMiB);
+  EXPECT_EQ(ReaderLead(kMiB, 100).limit(), 4 * kMiB);
+}
+
+}  // namespace
+}  // namespace tamrix
