@@ -1,11 +1,15 @@
 // What the order in which files are read costs in tape time.
 //
-//     tape_order_bench TAMRIX DIRECTORY [5|6|7|8|9]
+//     tape_order_bench TAMRIX DIRECTORY [5|6|7|8|9|head]
 //
 // For each of several requests it makes a sample volume of empty files with tape positions in DIRECTORY, has
 // the program TAMRIX list it for a copy (an unusable buffer size ends the run between listing and copying),
 // and takes the order from the log. Prints, under the model of tape_drive.h, the tape hours of directory
 // order, of that order and of an estimated best one. The default is LTO-9.
+//
+// With "head" it prints instead, for one small request, where the head is in directory order and in the
+// program's: a line for each movement, "seconds metres seconds metres read|wind" from where to where, and two
+// empty lines between the orders.
 //
 // Ends with 0 when all was compared, 2 when something went wrong, 3 when DIRECTORY takes no user attributes.
 // DIRECTORY is left to the caller to remove.
@@ -16,6 +20,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -25,6 +30,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -42,6 +48,7 @@ using tamrix::tape::Stretch;
 constexpr std::int64_t kBlock = 524288;  // bytes, as LTFS formats a tape
 constexpr std::int64_t kMega = 1000000;
 constexpr int kNoAttributes = 3;
+constexpr std::uint64_t kSeed = 1;
 
 [[noreturn]] void fail(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -140,19 +147,33 @@ Order programOrder(const std::string& program, const std::string& directory, std
   return order;
 }
 
-void compare(const Drive& drive, const Request& request, const std::string& program,
-             const std::string& work) {
+// A request on a drive, and the two orders in which it may be read.
+struct Reading {
+  std::vector<Stretch> files;
+  Order byName;
+  Order tamrix;
+};
+
+Reading prepare(const Drive& drive, const Request& request, const std::string& program,
+                const std::string& work) {
   const std::string directory = work + "/" + request.directory;
   std::filesystem::create_directory(directory);
-  std::vector<Stretch> files;
+  Reading reading;
   for (const std::int64_t block : request.blocks) {
-    makeFile(directory + "/" + fileName(files.size()), block, request.bytes);
+    makeFile(directory + "/" + fileName(reading.files.size()), block, request.bytes);
     const std::int64_t begin = drive.place('b', block * kBlock);
-    files.push_back({begin, begin + request.bytes});
+    reading.files.push_back({begin, begin + request.bytes});
   }
-  Order byName(files.size());
-  std::iota(byName.begin(), byName.end(), 0);
-  const Order tamrixOrder = programOrder(program, directory, files.size());
+  reading.byName.resize(reading.files.size());
+  std::iota(reading.byName.begin(), reading.byName.end(), 0);
+  reading.tamrix = programOrder(program, directory, reading.files.size());
+  std::filesystem::remove_all(directory);
+  return reading;
+}
+
+void compare(const Drive& drive, const Request& request, const std::string& program,
+             const std::string& work) {
+  const auto& [files, byName, tamrixOrder] = prepare(drive, request, program, work);
   const Order best = tamrix::tape::estimatedBest(drive, files, tamrixOrder);
 
   const auto hours = [&](const Order& order) { return secondsOf(drive, files, order) / 3600; };
@@ -161,11 +182,50 @@ void compare(const Drive& drive, const Request& request, const std::string& prog
               hours(tamrixOrder), hours(best), readingSeconds(drive, files) / 3600,
               hours(byName) / hours(tamrixOrder), hours(tamrixOrder) / hours(best));
   std::fflush(stdout);
-  std::filesystem::remove_all(directory);
+}
+
+// Prints the head's movements, one after another.
+class Head {
+ public:
+  explicit Head(const Drive& drive) : drive_(drive) {}
+
+  void move(std::int64_t to, double seconds, const char* kind) {
+    std::printf("%.3f %.3f %.3f %.3f %s\n", seconds_, drive_.metresFromBeginning(place_), seconds_ + seconds,
+                drive_.metresFromBeginning(to), kind);
+    seconds_ += seconds;
+    place_ = to;
+  }
+  void read(const Stretch& file) {
+    if (file.begin != place_) move(file.begin, drive_.locateSeconds(place_, file.begin), "wind");
+    while (place_ < file.end) {  // a line for each wrap
+      const double wrap = std::floor(static_cast<double>(place_) / drive_.bytesPerWrap()) + 1;
+      const std::int64_t next =
+          std::min(file.end, static_cast<std::int64_t>(std::ceil(wrap * drive_.bytesPerWrap())));
+      move(next, drive_.streamSeconds(place_, next - place_), "read");
+    }
+  }
+
+ private:
+  const Drive& drive_;
+  double seconds_ = 0;
+  std::int64_t place_ = 0;
+};
+
+void printHead(const Generation& generation, const std::string& program, const std::string& work) {
+  std::mt19937_64 random(kSeed);
+  const Drive drive(generation);
+  const auto third = static_cast<std::int64_t>(generation.capacity) / kBlock / 3;
+  const Request request{"100 of 1 GB, other names", "head",
+                        pick(100, 1000 * kMega, 1, Names::kOther, random, third), 1000 * kMega};
+  const auto& [files, byName, tamrixOrder] = prepare(drive, request, program, work);
+  for (const Order& order : {byName, tamrixOrder}) {
+    Head head(drive);
+    for (const int file : order) head.read(files[static_cast<std::size_t>(file)]);
+    std::printf("\n\n");
+  }
 }
 
 void compareAll(const Generation& generation, const std::string& program, const std::string& work) {
-  constexpr std::uint64_t kSeed = 1;
   const Drive drive(generation);
   const auto halfTheLength = static_cast<std::int64_t>(1.5 * drive.bytesPerWrap());
   std::printf("%s: %.0f MB/s, %.1f TB, %.0f m, %d wraps of %.1f GB; locate to half the length: %.0f s\n\n",
@@ -180,16 +240,17 @@ void compareAll(const Generation& generation, const std::string& program, const 
 }  // namespace
 
 int main(int argc, char** argv) {
+  const bool head = argc > 3 && std::string_view(argv[3]) == "head";
   const Generation* const generation =
-      tamrix::tape::findGeneration(std::string("lto") + (argc > 3 ? argv[3] : "9"));
+      tamrix::tape::findGeneration(std::string("lto") + (argc > 3 && !head ? argv[3] : "9"));
   if (argc < 3 || argc > 4 || generation == nullptr) {
-    std::fprintf(stderr, "usage: %s TAMRIX DIRECTORY [5|6|7|8|9]\n", argv[0]);
+    std::fprintf(stderr, "usage: %s TAMRIX DIRECTORY [5|6|7|8|9|head]\n", argv[0]);
     return 2;
   }
   try {
     const std::string work = argv[2];
     if (!makeFile(work + "/probe", 0, 0)) return kNoAttributes;
-    compareAll(*generation, argv[1], work);
+    (head ? printHead : compareAll)(*generation, argv[1], work);
     return 0;
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
