@@ -41,7 +41,7 @@
 //   parameter_file    the parameters of a batch file
 //   paths             making source and destination path absolute
 // drive/            how long a tape drive takes: a model
-// batch/            the XML batch file
+// batch/            the XML batch file: read, and written
 // log/              logger, message catalogue (catalogue/root.txt), typed message ids, annotated mutex
 //
 // Beside them: tests/ mirrors the folders; model/ is a modelled tape volume; bench/ measures; fuzz/ feeds bad

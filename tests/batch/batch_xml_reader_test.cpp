@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "batch/batch_writer.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/temp_dir.h"
 
@@ -177,6 +178,46 @@ TEST(BatchXmlReader, hugeTextAndDeepNestingAreRefusedAtTheParsersBounds) {
   };
   EXPECT_TRUE(isAccepted(named(1000000)) && isAccepted(nested(200)));
   EXPECT_FALSE(isAccepted(named(11000000)) || isAccepted(nested(300)) || isAccepted(nested(1000000)));
+}
+
+// Each path goes to its like in another directory, and to another name.
+TEST(BatchWriter, whatItWritesIsReadBackToTheByteAndTheRestIsRefused) {
+  const CapturedLog captured(kUrgent);
+  const TempDir dir;
+  std::FILE* const file = std::fopen((dir / "made.xml").c_str(), "w");
+  BatchWriter writer(*file);
+  const BatchParam params[] = {{"sparse", "enable"}, {"buffer-size", "<&>\""}};
+  ASSERT_EQ(writer.begin(params), 0);
+  std::vector<std::string> written;
+  const auto add = [&](const std::string& source, const std::string& destination) {
+    const std::optional<BatchEntry> entry = batchEntry(source, destination);
+    if (!entry) return false;
+    EXPECT_EQ(writer.add(*entry), 0);
+    written.push_back(source + '\n' + destination);
+    return true;
+  };
+  for (const char* tail : {"a", "b", "d/a", "R&D <1> \"x\" ']]>-->", "&amp;", " a ", "d/ ", "w*/w?/a",
+                           "w*/d/a", "//a", "./a", "\u20ac/\U0001F39E\x7F"}) {
+    EXPECT_TRUE(add(std::string("/s/") + tail, std::string("/t/") + tail)) << tail;
+    EXPECT_TRUE(add(std::string("/s/d/") + tail, std::string("/t/*\"?<&>") + tail)) << tail;
+    EXPECT_TRUE(add(std::string("/s/") + tail, "/t/ ")) << tail;
+  }
+  for (const char* tail : {" ", "a*", "a?", "*/ ", "a\tb", "\n", "d\r/a", "\x01", "\xFF", "d\xFF/a",
+                           "\xC1\x81", "\xED\xA0\x80", "\xEF\xBF\xBE"}) {
+    EXPECT_FALSE(add(std::string("/s/") + tail, std::string("/t/") + tail)) << tail;
+    EXPECT_FALSE(add(std::string("/s/") + tail, "/t/b")) << tail;
+  }
+  EXPECT_FALSE(add("/s/a", "/t/\n") || add("/a", "/t/a") || add("/s/a", "/a"));
+  ASSERT_EQ(writer.end(), 0);
+  ASSERT_EQ(std::fclose(file), 0);
+  std::filesystem::current_path(TAMRIX_SOURCE_DIR);
+  EXPECT_EQ(judgedBySchema(dir / "made.xml"), 0);
+  const BothPasses passes(dir / "made.xml");
+  ASSERT_EQ(passes.params.size(), 2U);
+  EXPECT_EQ(passes.params.back().value, params[1].value);
+  std::vector<std::string> read;
+  for (const BatchPair& pair : passes.pairs) read.push_back(pair.source + '\n' + pair.destination);
+  EXPECT_EQ(read, written) << captured.logText();
 }
 
 }  // namespace
