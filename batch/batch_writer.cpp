@@ -69,12 +69,8 @@ std::optional<BatchEntry> batchEntry(std::string_view source, std::string_view d
   return std::nullopt;
 }
 
-int BatchWriter::begin(std::span<const BatchParam> params) {
-  write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<tamrixspec version=\"1.0\">\n");
-  if (!params.empty()) write("  <params>\n");
-  for (const BatchParam& param : params) writeElement("    ", param.name, param.value);
-  if (!params.empty()) write("  </params>\n");
-  write("  <data>\n");
+int BatchWriter::begin() {
+  write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<tamrixspec version=\"1.0\">\n  <data>\n");
   return error_;
 }
 
@@ -99,9 +95,13 @@ int BatchWriter::add(const BatchEntry& entry) {
   return error_;
 }
 
-int BatchWriter::end() {
+int BatchWriter::end(std::span<const BatchParam> params) {
   endFile();
-  write("  </data>\n</tamrixspec>\n");
+  write("  </data>\n");
+  if (!params.empty()) write("  <params>\n");
+  for (const BatchParam& param : params) writeElement("    ", param.name, param.value);
+  if (!params.empty()) write("  </params>\n");
+  write("</tamrixspec>\n");
   return error_;
 }
 

@@ -28,7 +28,7 @@ struct BatchEntry {
 // '?', a path with a control character or with bytes that are no UTF-8, a path without a directory.
 std::optional<BatchEntry> batchEntry(std::string_view source, std::string_view destination);
 
-// Purpose: writes one batch file, in the order of the calls: begin, add for each copy, end. Entries that
+// Purpose: writes one batch file: begin, add for each copy, end with the options. Entries that
 // follow each other and have the same directories share a file element. Memory does not grow with the file.
 // Threads: one. Lifetime: that of the stream, which the caller opens and closes; a partial file is the
 // caller's to remove. Operations return 0 or an error number, and log nothing.
@@ -36,10 +36,10 @@ class BatchWriter {
  public:
   explicit BatchWriter(std::FILE& stream) : stream_(stream) {}
 
-  // Writes the options; their names are those of elements.
-  [[nodiscard]] int begin(std::span<const BatchParam> params);
+  [[nodiscard]] int begin();
   [[nodiscard]] int add(const BatchEntry& entry);
-  [[nodiscard]] int end();
+  // The names of `params` are those of elements.
+  [[nodiscard]] int end(std::span<const BatchParam> params);
 
  private:
   void endFile();

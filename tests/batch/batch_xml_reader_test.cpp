@@ -187,7 +187,7 @@ TEST(BatchWriter, whatItWritesIsReadBackToTheByteAndTheRestIsRefused) {
   std::FILE* const file = std::fopen((dir / "made.xml").c_str(), "w");
   BatchWriter writer(*file);
   const BatchParam params[] = {{"sparse", "enable"}, {"buffer-size", "<&>\""}};
-  ASSERT_EQ(writer.begin(params), 0);
+  ASSERT_EQ(writer.begin(), 0);
   std::vector<std::string> written;
   const auto add = [&](const std::string& source, const std::string& destination) {
     const std::optional<BatchEntry> entry = batchEntry(source, destination);
@@ -208,7 +208,7 @@ TEST(BatchWriter, whatItWritesIsReadBackToTheByteAndTheRestIsRefused) {
     EXPECT_FALSE(add(std::string("/s/") + tail, "/t/b")) << tail;
   }
   EXPECT_FALSE(add("/s/a", "/t/\n") || add("/a", "/t/a") || add("/s/a", "/a"));
-  ASSERT_EQ(writer.end(), 0);
+  ASSERT_EQ(writer.end(params), 0);
   ASSERT_EQ(std::fclose(file), 0);
   std::filesystem::current_path(TAMRIX_SOURCE_DIR);
   EXPECT_EQ(judgedBySchema(dir / "made.xml"), 0);
