@@ -1,11 +1,17 @@
 #include "pipeline/run/tape_layout.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "reader/record/extent.h"
 #include "reader/record/file_c.h"
 
 namespace tamrix {
+
+std::int64_t clampedToInt64(Blocks number) {
+  using Limits = std::numeric_limits<std::int64_t>;
+  return static_cast<std::int64_t>(std::clamp<Blocks>(number, Limits::min(), Limits::max()));
+}
 
 TapeLayout::Place TapeLayout::add(const Extent& extent) {
   const std::int64_t size = extent.file->fileSize;

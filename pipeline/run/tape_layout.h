@@ -13,6 +13,9 @@ struct Extent;
 // which anything may stand.
 __extension__ using Blocks = __int128;
 
+// The number, or the nearest one that fits.
+std::int64_t clampedToInt64(Blocks number);
+
 // Blocks without interruption that hold data.
 struct DataRun {
   Blocks start;
