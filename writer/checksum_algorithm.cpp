@@ -77,4 +77,6 @@ std::unique_ptr<ChecksumAlgorithm> makeChecksumAlgorithm(std::string_view name) 
   return row == kAlgorithms.end() ? nullptr : row->make();
 }
 
+std::string checksumAttribute(std::string_view name) { return "user._ltfs." + std::string(name); }
+
 }  // namespace tamrix

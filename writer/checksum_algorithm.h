@@ -32,4 +32,7 @@ class ChecksumAlgorithm {
 //   xxh128    XXH3, 128 bits, in lower-case hexadecimal, most significant digit first.
 std::unique_ptr<ChecksumAlgorithm> makeChecksumAlgorithm(std::string_view name);
 
+// The extended attribute in which checksums of the algorithm `name` are stored.
+std::string checksumAttribute(std::string_view name);
+
 }  // namespace tamrix

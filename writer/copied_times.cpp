@@ -28,14 +28,16 @@ FdPath pathOf(int fd) {
 }
 
 std::array<timespec, 2> timesOf(const FileC& file) {
-  const auto toTheMicrosecond = [](timespec time) {
-    time.tv_nsec -= time.tv_nsec % 1000;
-    return time;
-  };
-  return {toTheMicrosecond(file.accessTime), toTheMicrosecond(file.modifyTime)};
+  return {copiedTime(file.accessTime), copiedTime(file.modifyTime)};
 }
 
 }  // namespace
+
+timespec copiedTime(timespec time) {
+  constexpr long kNanosecondsPerMicrosecond = 1000;
+  time.tv_nsec -= time.tv_nsec % kNanosecondsPerMicrosecond;
+  return time;
+}
 
 bool TimesAtClose::mayChange(int fd, dev_t device) {
   if (!isKnown_ || device != device_) {

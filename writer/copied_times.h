@@ -3,10 +3,15 @@
 
 #include <sys/types.h>
 
+#include <ctime>
+
 #include "reader/record/file_c.h"
 #include "reader/record/unique_fd.h"
 
 namespace tamrix {
+
+// The time that a copy is given for `time` of its source: to the microsecond.
+timespec copiedTime(timespec time);
 
 // Purpose: tells on which devices closing a file may set its modification time. Asks the system once as long
 // as the device stays the same. Threads: one. Lifetime: any.

@@ -13,6 +13,7 @@
 #include "pipeline/run/audit_results.h"
 #include "pipeline/run/progress.h"
 #include "reader/stage/file_reader_module.h"
+#include "writer/checksum_algorithm.h"
 #include "writer/file_writer_module.h"
 #include "writer/modsum64_process_module.h"
 #include "writer/sparse_process_module.h"
@@ -23,8 +24,6 @@ namespace {
 
 // How often the threads of a run are interrupted until they have ended.
 constexpr std::chrono::milliseconds kInterruptRound(10);
-
-constexpr const char* kChecksumAttributePrefix = "user._ltfs.";
 
 // For options whose acceptance is the store's business: a refusal is logged there.
 void setOption(const char* key, const std::string& value) { (void)properties->addProperty(key, value); }
@@ -137,7 +136,7 @@ int ModuleManager::addChecksumStage() {
     logger->log(kUrgent, msg::kManagerChecksumMissing);
     return 1;
   }
-  setOption("checksumea", kChecksumAttributePrefix + checksum);
+  setOption("checksumea", checksumAttribute(checksum));
   options_.checksumAttribute = readRunOptions(*properties).checksumAttribute;
   auto algorithm = makeChecksumAlgorithm(checksum);
   if (algorithm == nullptr) {

@@ -30,6 +30,7 @@ struct CopyList::Records {
   std::deque<FileC> files;
   std::deque<Extent> extents;
   std::deque<FileC> dropped;
+  std::deque<ExistingDestination> existing;
 
   // New ones, never destroyed.
   static Records& make() {
@@ -38,12 +39,13 @@ struct CopyList::Records {
   }
 };
 
-CopyList::CopyList(PipelineGlobals& globals, const RunOptions& options)
+CopyList::CopyList(PipelineGlobals& globals, const RunOptions& options, Existing existing)
     : globals_(globals),
       options_(options),
       previous_{{}, Extent::kNoPartition, 0},
       vendorOk_(options.ignoreVendorCheck),
       interactive_(options.interactive),
+      keepsExisting_(existing == Existing::kKeep),
       writes_(options.audit == AuditMode::kNone),
       records_(Records::make()) {}
 
@@ -102,6 +104,8 @@ void CopyList::noteDropped(const PairProbe& pair) {
   if (!writes_ || !pair.sourceId.exists(pair.source) || !S_ISREG(pair.sourceStatus.st_mode)) return;
   records_.dropped.emplace_back(pair.source, pair.destination, pair.sourceStatus);
 }
+
+const std::deque<Extent>& CopyList::asListed() const { return records_.extents; }
 
 const std::deque<FileC>& CopyList::dropped() const { return records_.dropped; }
 
@@ -204,6 +208,9 @@ FileC& CopyList::addRecord(const PairProbe& pair) {
   }
   globals_.counters.filesListed.add(1);
   globals_.counters.bytesListed.set(globals_.totalBytes);
+  if (keepsExisting_ && pair.destinationId.exists(pair.destination)) {
+    file.existing = &records_.existing.emplace_back(pair.destinationStatus);
+  }
   pair.attributes.collect(file);
   return file;
 }

@@ -21,7 +21,11 @@ namespace tamrix {
 // records that buffers point at live until the process ends, which giving millions of them back would delay.
 class CopyList {
  public:
-  CopyList(PipelineGlobals& globals, const RunOptions& options);
+  // Whether the records tell what is at their destinations already; that takes about 60 bytes for each that
+  // is.
+  enum class Existing { kForget, kKeep };
+
+  CopyList(PipelineGlobals& globals, const RunOptions& options, Existing existing = Existing::kForget);
   CopyList(const CopyList&) = delete;
   CopyList& operator=(const CopyList&) = delete;
 
@@ -34,6 +38,9 @@ class CopyList {
 
   // In tape order once built.
   const std::vector<Extent*>& extents() const { return sorted_; }
+
+  // The same in the order in which the listers found them.
+  const std::deque<Extent>& asListed() const;
 
   // The pairs that were asked for and dropped although their source is a regular file.
   const std::deque<FileC>& dropped() const;
@@ -59,7 +66,8 @@ class CopyList {
   PairIndex index_;
   TapePosition previous_;  // of the last file that had one; where an empty file without one is put
   bool vendorOk_;
-  bool interactive_;   // until "all" is answered
+  bool interactive_;  // until "all" is answered
+  const bool keepsExisting_;
   const bool writes_;  // an audit does not: there, a file may well be its own destination
 
   Records& records_;

@@ -14,9 +14,10 @@ constexpr std::chrono::milliseconds kInterruptRound(10);
 void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destinations) {
   int error = 0;
   pair.sourceId = sources.resolve(pair.source, pair.sourceStatus, error);
-  struct stat status {};
-  if (destinations != nullptr)
-    pair.destinationId = destinations->resolveDestination(pair.destination, status, pair.destinationError);
+  if (destinations != nullptr) {
+    pair.destinationId =
+        destinations->resolveDestination(pair.destination, pair.destinationStatus, pair.destinationError);
+  }
   if (pair.sourceId.exists(pair.source) && S_ISREG(pair.sourceStatus.st_mode)) {
     pair.attributes.read(pair.source.c_str());
   }

@@ -22,10 +22,11 @@ struct PairProbe {
   std::string source;
   std::string destination;
   PathIdentity sourceId;
-  PathIdentity destinationId;   // when both ends are examined, like the next but one
-  struct stat sourceStatus {};  // when the source exists
-  int destinationError = 0;     // stat's error number, when the destination does not exist
-  SourceAttributes attributes;  // when the source is a regular file
+  PathIdentity destinationId;        // when both ends are examined, like the next but one
+  struct stat sourceStatus {};       // when the source exists
+  struct stat destinationStatus {};  // when the destination exists, likewise
+  int destinationError = 0;          // stat's error number, when the destination does not exist
+  SourceAttributes attributes;       // when the source is a regular file
 };
 
 // Purpose: most of a listing's time is the system's, in calls that have nothing to do with each other. A few

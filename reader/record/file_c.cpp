@@ -10,6 +10,7 @@ namespace tamrix {
 namespace {
 
 constexpr std::size_t kMaxTextLength = 255;
+constexpr std::int64_t kStatBlock = 512;  // bytes; see stat(2)
 
 const char* baseName(const std::string& path) {
   const std::size_t slash = path.rfind('/');
@@ -22,6 +23,13 @@ int reportTooLong(const std::string& name) {
 }
 
 }  // namespace
+
+ExistingDestination::ExistingDestination(const struct stat& status)
+    : identity(status),
+      size(status.st_size),
+      allocated(status.st_blocks * kStatBlock),
+      modifyTime(status.st_mtim),
+      mode(status.st_mode) {}
 
 FileC::FileC(std::string source, std::string destination, const struct stat& status)
     : srcPath(std::move(source)),

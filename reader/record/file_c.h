@@ -15,6 +15,21 @@ namespace tamrix {
 enum class AuditResult : std::uint8_t { kNotRead, kPass, kFail, kNotPossible };
 inline constexpr std::size_t kAuditResults = 4;
 
+// How a file stands in a plan.
+enum class PlanResult : std::uint8_t { kCopy, kOverwrite, kPresent, kLeftOut };
+inline constexpr std::size_t kPlanResults = 4;
+
+// What was at a destination when it was listed.
+struct ExistingDestination {
+  explicit ExistingDestination(const struct stat& status);
+
+  FileIdentity identity;
+  std::int64_t size;       // bytes
+  std::int64_t allocated;  // bytes that it takes of its file system
+  struct timespec modifyTime;
+  std::uint32_t mode;  // st_mode
+};
+
 // Purpose: what buffers in flight point at. Made by the copy list, one per accepted file.
 // Threads: the groups below say which stage's thread may touch a field; the ring orders the stages.
 // Lifetime: owned by the copy list, longer than any buffer or stage that points at it.
@@ -29,6 +44,8 @@ struct FileC {
   const std::string dstPath;
   const char* const fileName;  // the base name, in srcPath
   const FileIdentity listed;   // the file that srcPath meant
+  // What was at dstPath; null when nothing was, or when the list was not told to keep it.
+  const ExistingDestination* existing = nullptr;
 
   // As listed, or as found by the reader stage when it opens the file; constant from its first buffer on.
   std::int64_t fileSize;  // bytes
@@ -40,12 +57,15 @@ struct FileC {
   // Set by the reader stage before it passes on the file's last buffer: the source is not as it was opened.
   bool changedWhileRead = false;
 
-  // Writer stage only: the file that dstPath meant when it was opened.
-  FileIdentity written;
+  // The plan only.
+  PlanResult planResult = PlanResult::kCopy;
 
   // Checksum stage only.
-  std::string checksum;  // as text, once the last byte has passed
   AuditResult auditResult = AuditResult::kNotRead;
+  std::string checksum;  // as text, once the last byte has passed
+
+  // Writer stage only: the file that dstPath meant when it was opened.
+  FileIdentity written;
 
   // Copies the value of the attribute `name`, taken as text, into `value` and returns 0; 1 when there is
   // none, or when name or value break the limits (name 1 to 255 characters, value 1 to 255), which is logged.
