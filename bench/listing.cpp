@@ -1,10 +1,11 @@
 // How time and memory of the listing grow with the number of files.
 //
-//     listing_bench TAMRIX DIRECTORY [ROUNDS]
+//     listing_bench TAMRIX TAMRIX_PLAN DIRECTORY [ROUNDS]
 //
 // Makes trees of empty files with the attributes of a tape volume in DIRECTORY, and lets the program TAMRIX
 // list them, as a directory tree and as the pairs of a batch file. An unusable buffer size ends each run
-// between listing and copying. Prints a table of medians and what they come to against the targets.
+// between listing and copying. Lets TAMRIX_PLAN plan the same, also with a batch file and a report to write.
+// Prints a table of medians and what they come to against the targets.
 //
 // Ends with 0 when the targets are met, 1 when one is missed, 2 when something went wrong, 3 when DIRECTORY
 // takes no user attributes. DIRECTORY is left to the caller to remove.
@@ -58,7 +59,7 @@ void writeBatchFile(const std::string& path, const std::string& tree, const std:
 struct Case {
   std::string name;
   int files;
-  std::vector<std::string> arguments;
+  std::vector<std::string> words;  // program and arguments
   std::vector<ChildRun> runs;
 
   double median(const std::function<double(const ChildRun&)>& figure) const {
@@ -77,11 +78,10 @@ struct Case {
   }
 };
 
-void listOnce(const std::string& program, const std::string& work, Case& listed) {
-  std::vector<std::string> arguments = listed.arguments;
-  arguments.insert(arguments.end(), {"-buffer-size=0", "-loglevel=PROGRESS"});
-  arguments.insert(arguments.begin(), program);
-  ChildRun run = tamrix::bench::runChild(arguments, work + "/log");
+void listOnce(const std::string& work, Case& listed) {
+  std::vector<std::string> words = listed.words;
+  words.insert(words.end(), {"-buffer-size=0", "-loglevel=PROGRESS"});
+  ChildRun run = tamrix::bench::runChild(words, work + "/log");
   const std::string total =
       "Total " + std::to_string(static_cast<long long>(listed.files) * kTreeFileSize) + " bytes to transfer";
   if (listed.files > 0 && run.text.find(total) == std::string::npos) {
@@ -92,7 +92,7 @@ void listOnce(const std::string& program, const std::string& work, Case& listed)
 }
 
 void printRow(const Case& listed, double emptyPeak) {
-  std::printf("%-6s %9d %9.3f %9.3f %10.0f %9.0f\n", listed.name.c_str(), listed.files, listed.wall(),
+  std::printf("%-8s %9d %9.3f %9.3f %10.0f %9.0f\n", listed.name.c_str(), listed.files, listed.wall(),
               listed.cpu(), listed.files / listed.wall(), listed.bytesPerFile(emptyPeak));
 }
 
@@ -104,14 +104,20 @@ bool judge(const Case& smaller, const Case& larger, double emptyPeak, double tar
   const double bytes = larger.bytesPerFile(emptyPeak);
   const bool met = ratio <= targetRatio && bytes <= kTargetBytesPerFile;
   std::printf(
-      "%-6s ten times the files: %5.2f times the cpu time (at most %.0f; by the clock %.2f), "
+      "%-8s ten times the files: %5.2f times the cpu time (at most %.0f; by the clock %.2f), "
       "%.0f bytes a file (at most %.0f): %s\n",
       larger.name.c_str(), ratio, targetRatio, larger.wall() / smaller.wall(), bytes, kTargetBytesPerFile,
       met ? "met" : "MISSED");
   return met;
 }
 
-int measure(const std::string& program, const std::string& work, int rounds) {
+// Prints how planning stands to listing the same files.
+void comparePlan(const Case& listed, const Case& planned) {
+  std::printf("%-8s %.2f times the time of listing %d files, %.2f times its cpu time\n", planned.name.c_str(),
+              planned.wall() / listed.wall(), listed.files, planned.cpu() / listed.cpu());
+}
+
+int measure(const std::string& program, const std::string& plan, const std::string& work, int rounds) {
   // Names of one length, so that the paths cost the same.
   const std::string tree = work + "/vol-1";
   const std::string largeTree = work + "/vol-2";
@@ -120,45 +126,57 @@ int measure(const std::string& program, const std::string& work, int rounds) {
   tamrix::bench::makeTapeTree(largeTree, 1000000);
   std::filesystem::create_directory(work + "/none");
 
-  const auto treeCase = [&](int files, const std::string& source) {
-    return Case{
-        "tree", files, {"-srcpath=" + source, "-srcspec=*", "-recursive", "-dstpath=" + destination}, {}};
+  const auto treeCase = [&](const char* name, const std::string& by, int files, const std::string& source,
+                            const std::vector<std::string>& more = {}) {
+    Case made{
+        name, files, {by, "-srcpath=" + source, "-srcspec=*", "-recursive", "-dstpath=" + destination}, {}};
+    made.words.insert(made.words.end(), more.begin(), more.end());
+    return made;
   };
   const auto batchCase = [&](int files) {
     const std::string batch = work + "/batch-" + std::to_string(files) + ".xml";
     writeBatchFile(batch, tree, destination, files);
-    return Case{"batch", files, {"-batchfile=" + batch}, {}};
+    return Case{"batch", files, {program, "-batchfile=" + batch}, {}};
   };
-  std::array cases = {treeCase(0, work + "/none"), treeCase(100000, tree), treeCase(1000000, largeTree),
-                      batchCase(10000), batchCase(100000)};
+  std::array cases = {treeCase("tree", program, 0, work + "/none"),
+                      treeCase("tree", program, 100000, tree),
+                      treeCase("tree", program, 1000000, largeTree),
+                      batchCase(10000),
+                      batchCase(100000),
+                      treeCase("plan", plan, 100000, tree),
+                      treeCase("plan", plan, 1000000, largeTree),
+                      treeCase("written", plan, 1000000, largeTree,
+                               {"-output=" + work + "/plan.xml", "-report=" + work + "/plan.jsonl"})};
   // Round by round, so that what else the machine does falls on all.
   for (int round = 0; round < rounds; ++round) {
-    for (Case& listed : cases) listOnce(program, work, listed);
+    for (Case& listed : cases) listOnce(work, listed);
   }
 
   const double emptyPeak = cases[0].median([](const ChildRun& run) { return run.end.peak; });
   std::printf(
       "Listing, median of %d rounds; memory is the peak beyond that of an empty listing (%.1f MiB)\n\n",
       rounds, emptyPeak / 1048576);
-  std::printf("%-6s %9s %9s %9s %10s %9s\n", "", "files", "wall s", "cpu s", "files/s", "bytes/file");
+  std::printf("%-8s %9s %9s %9s %10s %9s\n", "", "files", "wall s", "cpu s", "files/s", "bytes/file");
   for (std::size_t i = 1; i < cases.size(); ++i) printRow(cases.at(i), emptyPeak);
   std::printf("\n");
   const bool treeMet = judge(cases[1], cases[2], emptyPeak, kTreeTimeRatio);
   const bool batchMet = judge(cases[3], cases[4], emptyPeak, kBatchTimeRatio);
-  return treeMet && batchMet ? 0 : 1;
+  const bool planMet = judge(cases[5], cases[6], emptyPeak, kBatchTimeRatio);
+  for (const std::size_t planned : {6, 7}) comparePlan(cases[2], cases.at(planned));
+  return treeMet && batchMet && planMet ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3 || argc > 4) {
-    std::fprintf(stderr, "usage: %s TAMRIX DIRECTORY [ROUNDS]\n", argv[0]);
+  if (argc < 4 || argc > 5) {
+    std::fprintf(stderr, "usage: %s TAMRIX TAMRIX_PLAN DIRECTORY [ROUNDS]\n", argv[0]);
     return 2;
   }
   try {
-    const std::string work = argv[2];
+    const std::string work = argv[3];
     if (!tamrix::bench::makeTapeFile(work + "/probe", 0)) return kNoAttributes;
-    return measure(argv[1], work, argc == 4 ? std::max(1, std::atoi(argv[3])) : 5);
+    return measure(argv[1], argv[2], work, argc == 5 ? std::max(1, std::atoi(argv[4])) : 5);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
     return 2;

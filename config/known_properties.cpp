@@ -1,5 +1,6 @@
 #include "config/known_properties.h"
 
+#include <algorithm>
 #include <array>
 
 #include "log/logger.h"
@@ -48,16 +49,38 @@ constexpr std::array kAuditProperties = {
     KnownProperty{"checksumea", "", false, {}, true},
 };
 
+constexpr std::array<std::string_view, 5> kDrives = {"lto5", "lto6", "lto7", "lto8", "lto9"};
+
+// All that tamrix has, so that a batch file with options can be planned.
+constexpr std::array kPlanOnlyProperties = {
+    KnownProperty{"missing", "disable", true, kOnOff},
+    KnownProperty{"checksum", ""},
+    KnownProperty{"drive", "lto8", false, kDrives},
+    KnownProperty{"output", ""},
+    KnownProperty{"split", ""},
+    KnownProperty{"report", ""},
+};
+
+constexpr auto kPlanProperties = [] {
+  std::array<KnownProperty, kProgramProperties.size() + kPlanOnlyProperties.size()> all;
+  auto* const behind = std::copy(kProgramProperties.begin(), kProgramProperties.end(), all.begin());
+  std::copy(kPlanOnlyProperties.begin(), kPlanOnlyProperties.end(), behind);
+  return all;
+}();
+
 }  // namespace
 
 std::span<const KnownProperty> programProperties() { return kProgramProperties; }
 
 std::span<const KnownProperty> auditProperties() { return kAuditProperties; }
 
+std::span<const KnownProperty> planProperties() { return kPlanProperties; }
+
 std::span<const ProgramTable> programTables() {
   static constexpr std::array kTables = {
       ProgramTable{"tamrix", kProgramProperties},
       ProgramTable{"tamrix-audit", kAuditProperties},
+      ProgramTable{"tamrix-plan", kPlanProperties},
   };
   return kTables;
 }

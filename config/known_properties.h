@@ -21,6 +21,8 @@ struct KnownProperty {
 std::span<const KnownProperty> programProperties();
 // The options of tamrix-audit.
 std::span<const KnownProperty> auditProperties();
+// The options of tamrix-plan: those of tamrix and its own.
+std::span<const KnownProperty> planProperties();
 
 // A program, by the name that it is installed under, and its options.
 struct ProgramTable {

@@ -42,6 +42,16 @@ AuditOptions readAuditOptions(const Properties& store) {
   return options;
 }
 
+PlanOptions readPlanOptions(const Properties& store) {
+  PlanOptions options;
+  options.missing = isOn(store, "missing");
+  options.drive = textOf(store, "drive");
+  options.output = textOf(store, "output");
+  options.split = textOf(store, "split");
+  options.report = textOf(store, "report");
+  return options;
+}
+
 RunOptions readRunOptions(const Properties& store) {
   RunOptions options;
   options.srcpath = textOf(store, "srcpath");

@@ -49,6 +49,16 @@ struct AuditOptions {
 };
 AuditOptions readAuditOptions(const Properties& store);
 
+// What only the plan program has.
+struct PlanOptions {
+  bool missing = false;  // leave out what is at the destination already
+  std::string drive;     // the generation, as drive/tape_drive.h names it
+  std::string output;    // this and the next two: empty: none
+  std::string split;
+  std::string report;
+};
+PlanOptions readPlanOptions(const Properties& store);
+
 // Reads every option; the store traces each look-up at kDebug.
 RunOptions readRunOptions(const Properties& store);
 

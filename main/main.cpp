@@ -3,7 +3,7 @@
 // Where things are, in reading order. A folder is a floor and a build target: a file may use its own folder
 // and the ones below it that its CMakeLists.txt links; the build refuses anything else.
 //
-// main/             the programs: one call each in main and audit_main
+// main/             the programs: one call each in main, audit_main and plan_main
 //   programs          what each program is made of
 //   run_program       start-up, precedence of the configuration, exit status
 //   interrupts        the first signal stops in good order, the second at once
@@ -11,6 +11,10 @@
 //   module_manager    which stages run, in which order; starting and joining them
 //   audit             the report of a tape audit
 //   tape_layout       gaps, sums and pieces of each partition; volume_map draws them
+//   plan              what a copy would do: plan_volumes (drive time), plan_room (destinations), plan_files
+//                     (batch files), plan_report
+//   waiting           for the threads of a run; the listing is one of them
+//   json_lines, whole_file  reports; files that are there when they are complete
 //   audit_results     what an audit ends with: sums, map, and audit_report, the file of JSON lines
 // reader/stage/     file_reader_module, the first stage: reads the files in tape order; open_source, one of them
 // writer/           the stages after it
@@ -40,8 +44,8 @@
 //   command_line      -name=value, -name, -help, -version
 //   parameter_file    the parameters of a batch file
 //   paths             making source and destination path absolute
-// drive/            how long a tape drive takes: a model
-// batch/            the XML batch file: read, and written
+// drive/            how long a tape drive takes: a model; tape_drive, drive_time
+// batch/            the XML batch file, read and written
 // log/              logger, message catalogue (catalogue/root.txt), typed message ids, annotated mutex
 //
 // Beside them: tests/ mirrors the folders; model/ is a modelled tape volume; bench/ measures; fuzz/ feeds bad

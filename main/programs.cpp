@@ -1,7 +1,9 @@
 // The programs: their options and what each runs.
 #include "config/known_properties.h"
+#include "config/run_options.h"
 #include "main/run_program.h"
 #include "pipeline/run/module_manager.h"
+#include "pipeline/run/plan.h"
 
 namespace tamrix {
 
@@ -21,6 +23,12 @@ void runAudit(PipelineGlobals& globals) {
   runPipeline(globals);
 }
 
+void runPlan(PipelineGlobals& globals) {
+  RunOptions options = readRunOptions(*properties);
+  options.interactive = false;  // the copy asks
+  (void)Plan(globals, options, readPlanOptions(*properties)).run();
+}
+
 }  // namespace
 
 int runTamrix(int argc, const char* const* argv) {
@@ -31,6 +39,12 @@ int runTamrixAudit(int argc, const char* const* argv) {
   constexpr ProgramTexts kTexts = {msg::kAuditUsage00.number, msg::kAuditParamHint.number - 1,
                                    msg::kAuditUsageHint, msg::kAuditParamHint};
   return runProgram({auditProperties(), kTexts, runAudit}, argc, argv);
+}
+
+int runTamrixPlan(int argc, const char* const* argv) {
+  constexpr ProgramTexts kTexts = {msg::kPlanUsage00.number, msg::kPlanParamHint.number - 1,
+                                   msg::kPlanUsageHint, msg::kPlanParamHint};
+  return runProgram({planProperties(), kTexts, runPlan}, argc, argv);
 }
 
 }  // namespace tamrix

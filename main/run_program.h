@@ -28,5 +28,7 @@ struct Program {
 [[nodiscard]] int runTamrix(int argc, const char* const* argv);
 // tamrix-audit: reports how files lie on tape, verifies and stores checksums.
 [[nodiscard]] int runTamrixAudit(int argc, const char* const* argv);
+// tamrix-plan: tells what a copy would do, and writes it as batch files.
+[[nodiscard]] int runTamrixPlan(int argc, const char* const* argv);
 
 }  // namespace tamrix

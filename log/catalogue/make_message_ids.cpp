@@ -38,10 +38,11 @@ constexpr std::array kBlocks = {
     Block{30580, 30599},  // audit
     Block{30600, 30629},  // checksum stage
     Block{30630, 30649},  // sparse stage
-    Block{30650, 30749},  // batch file reader
+    Block{30650, 30699},  // batch file reader
+    Block{30700, 30749},  // plan
     Block{30750, 30779},  // extended-attribute access
     Block{30780, 30799},  // volume checks
-    Block{30800, 30899},  // usage text of tamrix-audit
+    Block{30800, 30899},  // usage texts of tamrix-audit and tamrix-plan
     Block{30900, 30999},  // usage text
 };
 

@@ -12,6 +12,7 @@
 #include "pipeline/run/audit.h"
 #include "pipeline/run/audit_results.h"
 #include "pipeline/run/progress.h"
+#include "pipeline/run/waiting.h"
 #include "reader/stage/file_reader_module.h"
 #include "writer/checksum_algorithm.h"
 #include "writer/file_writer_module.h"
@@ -22,32 +23,12 @@ namespace tamrix {
 
 namespace {
 
-// How often the threads of a run are interrupted until they have ended.
-constexpr std::chrono::milliseconds kInterruptRound(10);
-
 // For options whose acceptance is the store's business: a refusal is logged there.
 void setOption(const char* key, const std::string& value) { (void)properties->addProperty(key, value); }
 
 bool storesChecksums(ChecksumUpdateMode mode) {
   return mode == ChecksumUpdateMode::kNewOnly || mode == ChecksumUpdateMode::kUpdateAll;
 }
-
-// The listing, on a thread of its own, so that a stop breaks off whatever it waits for.
-class ListingThread : public Thread {
- public:
-  explicit ListingThread(CopyList& list) : Thread("lister"), list_(list) {}
-
-  void run() override {
-    const MayWait mayWait(*this);
-    result_ = list_.getList();
-  }
-  // Of getList, once it has run.
-  int result() const { return result_; }
-
- private:
-  CopyList& list_;
-  int result_ = 1;
-};
 
 }  // namespace
 
@@ -85,9 +66,8 @@ int ModuleManager::run() {
     }
     options_.batchfile.clear();  // its files would be listed a second time
   }
-  const int listed = listFiles();
-  globals_->counters.phase.store(RunCounters::Phase::kEnding, std::memory_order_release);
-  if (listed != 0) return listed;
+  list_.emplace(*globals_, options_);
+  if (const int result = listFiles(*globals_, *list_); result != 0) return result;
   if (options_.audit == AuditMode::kTape) return auditTape();
   if (options_.audit == AuditMode::kNone) {
     globals_->filesToCopy = static_cast<std::int64_t>(list_->extents().size());  // each file has one
@@ -98,18 +78,6 @@ int ModuleManager::run() {
   addSparseStage();
   addWriter();
   return options_.audit == AuditMode::kFiles ? auditFiles() : runPipeline();
-}
-
-int ModuleManager::listFiles() {
-  list_.emplace(*globals_, options_);
-  ListingThread listing(*list_);
-  if (listing.start(&globals_->event) == 0) {
-    waitFor(listing, [&] { listing.interrupt(); });
-    listing.join();
-  } else {
-    listing.run();  // no thread is to be had: a stop is answered between system calls
-  }
-  return listing.result();
 }
 
 int ModuleManager::auditTape() {
@@ -187,7 +155,7 @@ int ModuleManager::runPipeline() {
   logger->log(kDebug, msg::kManagerWaitForThreads);
   for (std::size_t id = 0; id < modules_.size(); ++id) {
     logger->log(kDebug, msg::kManagerEndModule, static_cast<std::int32_t>(id));
-    waitFor(*modules_[id], [&] {
+    waitForThread(*globals_, *modules_[id], [&] {
       ring.wakeAll();
       for (const auto& module : modules_) module->interrupt();
     });
@@ -211,20 +179,6 @@ void ModuleManager::beginCounting(const BufferQ& ring) {
   counters.lastStage = modules_.size() - 1;
   counters.writes = globals_->hasWriter != 0;
   counters.phase.store(RunCounters::Phase::kCopying, std::memory_order_release);
-}
-
-// Waits until `thread` has ended. While a stop is set, `breakOff` is to see to it, again and again, that
-// nobody waits for anything: not in the ring, and not in a system call.
-template <class BreakOff>
-void ModuleManager::waitFor(const Thread& thread, BreakOff breakOff) {
-  while (thread.isRunning()) {
-    if (!globals_->stopExecution.isSet()) {
-      globals_->event.wait();
-      continue;
-    }
-    breakOff();
-    globals_->event.waitFor(kInterruptRound);
-  }
 }
 
 void ModuleManager::startModules(BufferQ& ring) {

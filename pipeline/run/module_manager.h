@@ -40,7 +40,6 @@ class ModuleManager {
   [[nodiscard]] int run();
 
  private:
-  [[nodiscard]] int listFiles();
   [[nodiscard]] int addChecksumStage();
   void addSparseStage();
   // For a run that writes, takes note of the files of the list. Returns 0, or 1 without the memory.
@@ -51,8 +50,6 @@ class ModuleManager {
   [[nodiscard]] int auditFiles();
   void beginCounting(const BufferQ& ring);
   void startModules(BufferQ& ring);
-  template <class BreakOff>
-  void waitFor(const Thread& thread, BreakOff breakOff);
 
   PipelineGlobals* globals_ = nullptr;
   RunOptions options_;

@@ -30,10 +30,10 @@ class CopyList {
   CopyList& operator=(const CopyList&) = delete;
 
   // Builds the list; to be called once. Returns 0 when it is sorted and holds at least one extent, which that
-  // of an audit need not. Otherwise the run ends: a lister's code, or 1 for a conflict, no volume on either side, no files, no memory or an
-  // interrupt; all but the interrupt are logged. Dropped pairs don't end the run: duplicates, answers of
-  // "no", sources that are gone or no regular files, destinations that are their own source or can't be
-  // examined.
+  // of an audit need not. Otherwise the run ends: a lister's code, or 1 for a conflict, no volume on either
+  // side, no files, no memory or an interrupt; all but the interrupt are logged. Dropped pairs don't end the
+  // run: duplicates, answers of "no", sources that are gone or no regular files, destinations that are their
+  // own source or can't be examined.
   [[nodiscard]] int getList();
 
   // In tape order once built.

@@ -1,0 +1,57 @@
+// What a copy would do, how long the tape takes for it, and what of it is left to do. Nothing is copied.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "config/run_options.h"
+#include "pipeline/run/plan_files.h"
+#include "pipeline/run/plan_report.h"
+#include "pipeline/run/plan_room.h"
+#include "pipeline/run/plan_volumes.h"
+#include "pipeline/stage/globals.h"
+#include "reader/list/copy_list.h"
+
+namespace tamrix {
+
+// Purpose: lists as a copy does, with the same messages, and walks the finished list twice: in tape order it
+// decides what becomes of each file, writes batch files and report, and follows a drive; in the order of the
+// listing it follows a second drive and adds up what the destinations need. Linear time; memory is the
+// list's. Threads: the main thread. Lifetime: one run.
+class Plan {
+ public:
+  // `options` must outlive it.
+  Plan(PipelineGlobals& globals, const RunOptions& options, PlanOptions planOptions);
+  Plan(const Plan&) = delete;
+  Plan& operator=(const Plan&) = delete;
+
+  // To be called once. Returns 0 when the plan was made, whatever was found; otherwise 1, logged at kUrgent
+  // but for an interrupt, and no file of it is there.
+  [[nodiscard]] int run();
+
+ private:
+  int checkOptions();
+  int list();
+  int spareDropped() const;
+  int walkInTapeOrder();
+  int walkAsListed();
+  // Decides what becomes of a file, and adds it to the batch files. Returns 0, or 1 when they can't be
+  // written.
+  int judge(const Extent& extent);
+  bool isPresent(const FileC& file);
+  void tell() const;
+
+  PipelineGlobals& globals_;
+  const RunOptions& options_;
+  const PlanOptions planOptions_;
+  std::string checksumAttribute_;  // empty: not compared
+
+  CopyList list_;
+  std::optional<PlannedVolumes> volumes_;
+  DestinationRooms rooms_;
+  PlanFiles files_;
+  std::optional<PlanReport> report_;
+  PlanSums sums_;
+};
+
+}  // namespace tamrix
