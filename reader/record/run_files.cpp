@@ -7,14 +7,21 @@ RunFiles::RunFiles(const std::vector<Extent*>& extents, const std::deque<FileC>&
   listed_.reserve(extents.size() + dropped.size());
   written_.reserve(extents.size());
   writtenFiles_.reserve(extents.size());
-  NumberTable::Number number = 0;
-  for (const Extent* extent : extents) listed_.add(extent->file->listed.hash(), number++);
-  for (const FileC& file : dropped) listed_.add(file.listed.hash(), number++);
+  for (std::size_t number = 0; number < extents.size() + dropped.size(); ++number) {
+    const FileIdentity& identity = source(static_cast<NumberTable::Number>(number)).listed;
+    // A file of many names is one, or they would all be in each other's way.
+    if (findListed(identity) == NumberTable::kNone)
+      listed_.add(identity.hash(), static_cast<NumberTable::Number>(number));
+  }
+}
+
+NumberTable::Number RunFiles::findListed(const FileIdentity& identity) const {
+  return listed_.find(identity.hash(),
+                      [&](NumberTable::Number number) { return source(number).listed == identity; });
 }
 
 const FileC* RunFiles::findSource(const FileIdentity& identity) const {
-  const NumberTable::Number found =
-      listed_.find(identity.hash(), [&](NumberTable::Number n) { return source(n).listed == identity; });
+  const NumberTable::Number found = findListed(identity);
   if (found != NumberTable::kNone) return &source(found);
   if (!anyOpenedElsewhere_.load(std::memory_order_acquire)) return nullptr;
   const MutexLock lock(mutex_);

@@ -43,10 +43,11 @@ class RunFiles {
   const FileC& source(NumberTable::Number number) const {
     return number < extents_.size() ? *extents_[number]->file : dropped_[number - extents_.size()];
   }
+  NumberTable::Number findListed(const FileIdentity& identity) const;
 
   const std::vector<Extent*>& extents_;
   const std::deque<FileC>& dropped_;
-  NumberTable listed_;   // by FileC::listed, places in extents_ and behind them in dropped_
+  NumberTable listed_;   // by FileC::listed, the first place in extents_ or, behind them, in dropped_
   NumberTable written_;  // by FileC::written, places in writtenFiles_
   std::vector<const FileC*> writtenFiles_;
 
