@@ -26,9 +26,9 @@ namespace tamrix {
 class XmlDocument;
 
 // Purpose: reads one batch file.
-// Threads: the main thread only; no other user of the XML library may be at work meanwhile.
-// Lifetime: any; the file is open during a pass only, and memory beyond what is handed out is that of one
-// file element.
+// Threads: the main thread only, and no other user of the XML library at the same time.
+// Lifetime: any. The file is open during a pass only; a pass keeps no more than one file element beside what
+// it hands out.
 class BatchXmlReader {
  public:
   // What a pass that was stopped returns.

@@ -1,9 +1,9 @@
 // A batch file, opened and read node by node: all that knows of the XML library.
 //
 // Safe on any input: no network, no external document, no entity expanded into text, and the library's own
-// bounds on text length (10 MB), nesting (256) and entity growth stay in force. An element of more than 1000
-// attributes is refused before the library has it whole, whose time would grow with the square of their
-// number. The library prints nothing; what it has to say is kept as the reason of a failure.
+// bounds on text length (10 MB), nesting (256) and entity growth stay in force. An element with more than
+// 1000 attributes is refused before the library has read all of it, because the library's time grows with the
+// square of their number. The library prints nothing; its messages are kept as the reason of a failure.
 #pragma once
 
 #include <libxml/xmlreader.h>
@@ -19,7 +19,7 @@ namespace tamrix {
 enum NodeType : int { kStartElement = 1, kText = 3, kWhiteSpace = 14, kEndElement = 15 };
 
 // Counts the attributes of each start tag in the bytes of a document: the "=" between "<" and ">", outside
-// quotes. In a document with comments, or in UTF-16, it may be wrong, but hardly by as many as matter.
+// quotes. In a document with comments, or in UTF-16, the count may be wrong, but not by enough to matter.
 class AttributeCount {
  public:
   static constexpr std::size_t kMost = 1000;
@@ -50,7 +50,7 @@ class XmlDocument {
   [[nodiscard]] int open(const std::string& name);
 
   // Goes to the next node. Returns 1, 0 at the end of a well-formed document, or the library's error result
-  // (-1) for one that is none: line() and reason() tell where and why. REQUIRES: open returned 0.
+  // (-1) for one that is not well-formed: line() and reason() tell where and why. REQUIRES: open returned 0.
   [[nodiscard]] int read();
 
   // The current node. REQUIRES: read returned 1; texts are valid until the next read.
