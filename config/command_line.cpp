@@ -28,7 +28,7 @@ int Properties::parseArgs(int argc, const char* const* argv) {
   }
   for (int i = 1; i < argc; ++i) {
     std::string_view argument = argv[i];
-    // A second dash is part of the name, which no option has.
+    // A second dash stays part of the name; no option has one.
     if (argument.starts_with('-')) argument.remove_prefix(1);
     if (matchesOption(argument, "help")) {
       printUsage();

@@ -23,8 +23,8 @@ struct RunOptions {
   bool interactive = false;
   bool sparse = false;
   bool ignoreVendorCheck = false;
-  // No program has an option for it: without the listing's comparison of pairs, what is left to protect a
-  // file is the comparison at its opening, which is tested so.
+  // No program has an option for it. Tests switch the listing's comparison of pairs off, to see that the
+  // comparison at a file's opening protects it, too.
   bool compareWhenListing = true;
 
   std::string totalBufferSize;
@@ -41,7 +41,7 @@ struct RunOptions {
 
 enum class MapMode { kAuto, kOn, kOff };
 
-// What only the audit program has. Read apart, so that the others' traces show nothing of it.
+// What only the audit program has. Read separately, so that the traces of other programs don't show it.
 struct AuditOptions {
   bool requireChecksum = false;
   std::string report;  // empty: none
