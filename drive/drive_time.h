@@ -9,7 +9,7 @@
 namespace tamrix::tape {
 
 // Purpose: follows the position of one tape in one drive and adds up the time; the beginning of the data is
-// where it starts. Positions and counts that no tape has are cut to ones that can be reckoned with.
+// where it starts. Positions and counts beyond any tape are cut to ones that can be computed with.
 // Threads: one. Lifetime: any; the generation outlives it.
 class DriveTime {
  public:

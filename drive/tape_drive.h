@@ -1,12 +1,11 @@
-// How long a tape drive takes to reach and to read what is asked of it: a model, in seconds.
+// A model of a tape drive: how many seconds it takes to reach and to read something.
 //
 // The tape is serpentine: the drive writes one wrap from the beginning of the tape to its end, the next one
-// back, and so on. What lies a block number apart may therefore lie side by side, and what lies side by side
-// may be a million blocks apart.
+// back, and so on. So neighbouring places on the tape may be a million blocks apart.
 //
 // Left out: loading the tape and mounting it, which takes minutes; writing; compression, which makes a tape
 // hold more and a drive deliver faster; a host that can't keep up, for which the drive slows down or stops
-// and runs back; reading again after errors; cleaning; what a position near the ends of a wrap costs more.
+// and runs back; reading again after errors; cleaning; the extra cost of positions near the ends of a wrap.
 #pragma once
 
 #include <array>
@@ -35,7 +34,7 @@ inline constexpr std::array kGenerations = {
     Generation{"lto9", "LTO-9", 400e6, 18e12, 1035, 280},
 };
 
-// The generation that options name so (case-sensitive); null when there is none.
+// The generation of that option name (case-sensitive); null when there is none.
 const Generation* findGeneration(std::string_view option);
 
 // Data sheets give one time for the average locate from the beginning of the tape, which is for half the
@@ -53,7 +52,7 @@ inline constexpr double kWrapChangeSeconds = 1;
 inline constexpr int kIndexPartitionWraps = 4;
 
 // One drive with one tape. Places are bytes along all wraps from the beginning of the tape; those behind its
-// end are reckoned as if there were more wraps. Immutable; `generation` outlives it.
+// end count as if there were more wraps. Immutable; `generation` outlives it.
 class Drive {
  public:
   explicit Drive(const Generation& generation);
