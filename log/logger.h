@@ -51,8 +51,8 @@ class Logger : public Message {
   // Replaces level (1 to 5) and timer flag once the configuration is known.
   void reinit(int level, bool timer);
 
-  // The number of a level by its upper-case name; a name that is none is reported at kWarning and counts
-  // as kInfo.
+  // The number of a level by its upper-case name; an unknown name is reported at kWarning and counts as
+  // kInfo.
   [[nodiscard]] int convertLevel(const std::string& name);
 
   // Writes the message with `args` when `level` is at or above the current one. A suppressed line costs

@@ -45,7 +45,7 @@ int Message::LoadMessage(const char* package) {
   if (U_FAILURE(status)) return 1;
   Bundle root(ures_open(package, nullptr, &status));
   if (U_FAILURE(status)) {
-    // ICU makes nothing of the locale that the environment names.
+    // ICU can't use the locale that the environment names.
     status = U_ZERO_ERROR;
     root.reset(ures_open(package, "root", &status));
     if (U_FAILURE(status)) return 1;
