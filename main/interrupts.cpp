@@ -31,9 +31,9 @@ sigset_t allSignals() {
 void setActions(void (*handler)(int)) {
   struct sigaction action {};
   action.sa_handler = handler;
-  // The main thread's own calls go on; what other threads wait in is broken off by whom they belong to.
+  // The main thread's own calls go on; those of another thread are interrupted by whoever started it.
   action.sa_flags = SA_RESTART;
-  // A second signal that comes with the first waits until it is known what a second one does.
+  // A second signal that comes with the first waits until the action for a second one is set.
   action.sa_mask = allSignals();
   for (const int number : kSignals) {
     struct sigaction before {};
@@ -49,7 +49,7 @@ void onSignal(int number) {
   logger->console().endFromHandler();
   setActions(SIG_DFL);
   (void)std::signal(SIGHUP, SIG_IGN);  // a terminal that is closed sends two
-  // From here on a second signal ends the process, whatever holds up the line.
+  // From here on a second signal ends the process, even while the line can't be written.
   const sigset_t ours = allSignals();
   pthread_sigmask(SIG_UNBLOCK, &ours, nullptr);
   for (std::size_t i = 0; i < kSignals.size(); ++i) {

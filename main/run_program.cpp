@@ -21,7 +21,7 @@ namespace {
 constexpr int kFailed = 1;
 constexpr int kSignalStatusBase = 128;
 
-// Makes the process safe to copy in. A standard stream that the caller closed must not become the number of a
+// Prepares the process for copying. A standard stream that the caller closed must not become the number of a
 // file that is copied, or log lines would end up in it; writes to a closed pipe or over a size limit are to
 // fail, not to kill.
 void prepareProcess() {
