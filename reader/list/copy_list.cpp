@@ -18,8 +18,8 @@ namespace tamrix {
 
 namespace {
 
-// Whether a destination that could not be examined for `error` may still be opened, and be the source or
-// another pair's file: then it must not be written.
+// Whether a destination that could not be examined because of `error` may still be there and be opened. It
+// might be a source or another pair's file, so it must not be written.
 bool mayHideAFile(int error) {
   return error != ENOENT && error != ENOTDIR && error != EACCES && error != ELOOP && error != ENAMETOOLONG;
 }
@@ -124,7 +124,7 @@ CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
   if (clash != Verdict::kAccept) return clash;
   const bool asks = interactive_ && destinationExists;
   if (asks) {
-    // First, or who answers no to everything would be told that there is no volume.
+    // First, so that a user who answers no to everything is not told that there is no volume.
     checkVendor(pair);
     const Verdict answer = askUser(destination);
     if (answer != Verdict::kAccept) return answer;
@@ -223,8 +223,8 @@ void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
     logger->log(kWarning, msg::kCopyListNoPosition, file.fileName);
     logger->log(kDebug, msg::kCopyListNoPositionPath, file.srcPath);
     if (file.fileSize == 0) {
-      // No data on tape: it goes with the last file that had a position, before any with those that have
-      // none.
+      // It has no data on tape, so it may go with the last file that had a position; before the first such
+      // file, with those that have none.
       position = previous_;
       logger->log(kDebug, msg::kCopyListEmptyFilePosition);
     } else {
@@ -243,7 +243,7 @@ void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
 }
 
 int CopyList::finish() {
-  // First: what a stop broke off may have hidden a volume.
+  // First, as a call that a stop interrupted may have missed a volume.
   if (globals_.stopExecution.isSet()) return 1;
   // An audit may find no file at all; then the source path itself tells whose volume it is.
   if (!vendorOk_ && !writes_ && sorted_.empty()) vendorOk_ = isSoftwareVendorVOQ(options_.srcpath);

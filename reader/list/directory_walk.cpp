@@ -39,7 +39,7 @@ class Walker {
   void walkDirectory(const std::string& directory) {
     const Dir dir(opendir(directory.c_str()));
     struct stat status {};
-    // By the name ".": that fails where the directory may be read, but nothing in it reached.
+    // Examining "." fails where the directory may be read but not searched.
     if (dir == nullptr || fstatat(dirfd(dir.get()), ".", &status, 0) != 0) {
       const int error = errno;
       if (rules_.reportUnopened) report(directory, error);

@@ -24,8 +24,8 @@ struct WalkRules {
 
 // Appends to `list` the full paths (directory, slash, name) of the entries that `rules` ask for. A directory
 // that is reached again from inside itself is passed over with a warning. A directory that can't be opened,
-// searched or read to its end, and an entry that exists but can't be examined, is told as plain output and
-// recorded as return code 1; what was listed before stays. A stop cuts the walk short. What is found is
+// searched or read to its end, and an entry that exists but can't be examined, is reported as plain output
+// and recorded as return code 1; what was listed before stays. A stop cuts the walk short. What is found is
 // counted in the globals.
 void walkDirectory(const WalkRules& rules, const std::string& directory, PipelineGlobals& globals,
                    PathList& list);

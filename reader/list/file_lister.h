@@ -37,15 +37,15 @@ class FileLister {
   // returns 1.
   [[nodiscard]] virtual int init();
 
-  // How many pairs the sequence has, those given back included. The base has none.
+  // How many pairs the sequence has, those already freed included. The base has none.
   virtual std::size_t size() const;
   // Copies pair `number`, counted from 0, unjudged. REQUIRES: `number` is below size(), and not below that of
   // the current pair.
   virtual void pair(std::size_t number, std::string& source, std::string& destination) const;
 
-  // Takes the next pair: tells of it, judges its paths, makes it current and gives back the room of those
-  // before it. Returns 0 for a pair, 1 at the end, -1 for a bad entry that ends the run, having logged why.
-  // The base returns 0 and changes nothing.
+  // Takes the next pair: logs it, checks its paths, makes it current, and frees the pairs before it. Returns
+  // 0 for a pair, 1 at the end, -1 for a bad entry that ends the run, having logged why. The base returns 0
+  // and changes nothing.
   [[nodiscard]] virtual int getNextFile();
 
   const std::string& srcFile() const { return srcFile_; }

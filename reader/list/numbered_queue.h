@@ -7,7 +7,7 @@
 
 namespace tamrix {
 
-// Purpose: items keep their numbers, counted from 0, while those before them are given back: a listing of
+// Purpose: items keep their numbers, counted from 0, while those before them are freed. So a listing of
 // millions of paths shrinks as its records grow.
 // Threads: one. Lifetime: any.
 template <class T>
@@ -18,10 +18,10 @@ class NumberedQueue {
 
   void push_back(T item) { items_.push_back(std::move(item)); }
 
-  // How many items were put in, those given back included.
+  // How many items were put in, those already freed included.
   std::size_t size() const { return givenBack_ + items_.size(); }
 
-  // REQUIRES: `number` is below size(), and its item is not given back.
+  // REQUIRES: `number` is below size(), and its item is not freed.
   const T& operator[](std::size_t number) const { return items_[number - givenBack_]; }
 
   // Frees the items before `number`. REQUIRES: `number` is at most size().

@@ -39,7 +39,7 @@ PairClash PairIndex::find(const std::string& srcPath, const PathIdentity& source
   const End destinationEnd(destination, dstPath);
   const std::size_t textHash = pathTextHash(dstPath);
   byDestinationText_.prefetch(textHash);
-  // One after the other, these accesses would take the time of a slow one each.
+  // Prefetch all four, so that the cache misses overlap.
   for (const End* end : {&sourceEnd, &destinationEnd}) {
     bySource_.prefetch(end->hash);
     byDestination_.prefetch(end->hash);

@@ -8,7 +8,7 @@ namespace tamrix {
 
 namespace {
 
-// How often a helper is interrupted, while a stop is set, until it has given up.
+// While a stop is set, the helper is interrupted this often until it gives up.
 constexpr std::chrono::milliseconds kInterruptRound(10);
 
 void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destinations) {
@@ -86,7 +86,7 @@ PairProbes::Outcome PairProbes::awaitOutcome(std::size_t batch) {
   for (;;) {
     {
       const MutexLock lock(mutex_);
-      // The helper has what is wanted and nothing else is to be done.
+      // The helper is at work on the batch that is wanted, and there is no other to probe meanwhile.
       while (claimed_ == offered_ && outcomes_[batch % kBatches] == Outcome::kPending) {
         changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + kInterruptRound);
         if (stop_.isSet()) interrupt();
@@ -134,7 +134,7 @@ PairProbes::Outcome PairProbes::probe(Batch& batch, Resolvers& resolvers) const 
   } catch (const std::bad_alloc&) {
     return Outcome::kNoMemory;
   }
-  // A stop may have broken off a call: what it told is no truth about its file.
+  // A stop may have interrupted a call, so its result says nothing about the file.
   return stop_.isSet() ? Outcome::kStopped : Outcome::kProbed;
 }
 

@@ -1,4 +1,4 @@
-// What the system tells of the pairs of a listing, gathered by a second thread ahead of the one that lists.
+// What the system says about a listing's pairs, gathered by a second thread that runs ahead of the listing.
 #pragma once
 
 #include <sys/stat.h>
@@ -29,13 +29,13 @@ struct PairProbe {
   SourceAttributes attributes;       // when the source is a regular file
 };
 
-// Purpose: most of a listing's time is the system's, in calls that have nothing to do with each other. A few
-// batches of pairs are probed ahead of the pair that is taken, by a helper thread, and by the caller instead
-// of waiting. Nothing is logged; the listing is as it would be without. Where a person may take time between
-// pairs, and change what the next ones mean, each is probed when its turn comes.
+// Purpose: most of a listing's time is spent in system calls that don't depend on each other. So a helper
+// thread probes a few batches of pairs ahead of the one that is taken; the caller probes, too, instead of
+// waiting. Nothing is logged, and the listing comes out the same as without it. With -interactive, each pair
+// is probed when its turn comes.
 // Threads: at on the thread that lists, the caller; run on the helper. A batch belongs to the caller until it
 // is offered, to the thread that claims it until its outcome is set, and then to the caller again; the mutex
-// guards these three changes of hands. After a stop, the caller breaks off the helper's system calls.
+// guards these three handovers. After a stop, the caller interrupts the helper's system calls.
 // Lifetime: one lister's sequence; the lister and the stop flag outlive it.
 class PairProbes : private Thread {
  public:

@@ -91,7 +91,7 @@ std::optional<std::string> shortened(const std::string& existing, std::string_vi
   return path.append(1, '/').append(components.rest());
 }
 
-// As PathResolver::resolveDestination, for a path that does not exist, at whatever price.
+// As PathResolver::resolveDestination, for a path that does not exist, in as many system calls as it takes.
 PathIdentity seeThrough(const std::string& path, struct stat& status, int& error) {
   std::string place = path;
   for (int links = 0; links <= kMaxLinks;) {

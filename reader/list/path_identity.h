@@ -16,7 +16,8 @@ struct PathIdentity {
   dev_t device = 0;
   ino_t inode = 0;
   std::size_t known = 0;  // bytes of the path that lead to the object; the whole path when the file exists
-  // What is missing behind the object, where the path's own text does not tell: a link or ".." is in between.
+  // The missing part after the object, where it is not simply the rest of the path: a link or ".." is in
+  // between.
   std::shared_ptr<const std::string> missing = nullptr;
 
   bool exists(std::string_view path) const { return known == path.size(); }
@@ -40,8 +41,7 @@ bool samePathText(std::string_view a, std::string_view b);
 std::size_t pathTextHash(std::string_view path);
 
 // Purpose: finds identities at the price of one system call per path, while the paths' directories repeat.
-// Threads: one. Lifetime: a listing; a directory made meanwhile may go unseen, with
-// what is in it.
+// Threads: one. Lifetime: a listing. A directory that is made meanwhile may be missed, with what is in it.
 class PathResolver {
  public:
   // The identity of `path`; `status` is set when the file exists. `error` is stat's when it does not, else 0.

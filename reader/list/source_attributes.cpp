@@ -15,8 +15,8 @@ namespace tamrix {
 
 namespace {
 
-// Room for the usual value and list of names. The kernel clears as much memory as it is told there is room
-// for, at each call: a call with room for the longest value costs several times one with room for this.
+// Room for the usual value and list of names. At each call the kernel clears as much memory as the caller has
+// room for, so that room for the longest value would make it several times as slow.
 constexpr std::size_t kUsualSize = 512;
 
 constexpr std::string_view kUserPrefix = "user.";
@@ -29,9 +29,8 @@ constexpr std::string_view kVendor = "VOQ";
 
 bool isUserAttribute(const char* name) { return std::string_view(name).starts_with(kUserPrefix); }
 
-// Calls `fill(data, size)`, a reader of extended attributes, with more and more of the buffer behind its
-// first `kept` bytes, while that is too small; the buffer grows. Returns 0 and the bytes read in `length`, or
-// an error number.
+// Calls `fill(data, size)`, a reader of extended attributes, with the buffer from byte `kept` on, and again
+// with a larger buffer while that is too small. Returns 0 and the bytes read in `length`, or an error number.
 template <class Fill>
 int readWhole(std::vector<char>& buffer, std::size_t kept, std::size_t& length, Fill fill) {
   for (std::size_t size = kUsualSize;;) {

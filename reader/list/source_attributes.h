@@ -19,8 +19,8 @@ struct TapePosition {
   std::int64_t startBlock = 0;
 };
 
-// Purpose: the attributes of one source. Reading them is silent, so that a thread may read ahead of the one
-// that tells; telling logs what was found, or not, as if it were read just then.
+// Purpose: the attributes of one source. read does not log, so a helper thread may call it early; the others
+// log what was read, or was not, as if it were read just then.
 // Threads: one at a time. Lifetime: a listing; one object serves file after file and keeps its buffers.
 class SourceAttributes {
  public:
@@ -28,7 +28,7 @@ class SourceAttributes {
   // position on tape, which a volume need not list. Drops what was read before.
   void read(const char* path);
 
-  // Adds the user attributes read to the record. One that couldn't be read costs a warning.
+  // Adds the user attributes that were read to the record, with a warning for each that could not be read.
   void collect(FileC& file) const;
 
   // Tells the position that a mounted volume shows of the source. Returns false when it shows none.
