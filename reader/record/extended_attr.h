@@ -18,8 +18,8 @@ struct ExtendedAttr {
 
 // Purpose: keeps the attributes of one file in one packed block, in the order in which they were added,
 // because a copy list holds millions of them. Names are kept once per program: files on a volume share them.
-// Threads: filled by the thread that lists, later by the reader stage's, never by two at a time (all lists
-// together); then read from any thread.
+// Threads: filled by the thread that lists, later by the reader stage's; at no time may two threads fill
+// lists, even different ones. Then read from any thread.
 class EaList {
  public:
   class Iterator {

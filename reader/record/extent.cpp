@@ -11,8 +11,7 @@ namespace tamrix {
 
 namespace {
 
-// What decides nearly every comparison, beside the pointer: a sort that fetched the extents of a long list
-// would wait for memory most of the time.
+// The sort keys, next to the pointer, so that comparing does not fetch every extent.
 struct SortEntry {
   std::uint32_t volume;  // rank of the volume's UUID
   signed char partition;
@@ -20,7 +19,7 @@ struct SortEntry {
   Extent* extent;
 };
 
-// Thrown out of a sort that is to be left.
+// Thrown to leave a sort.
 struct Stopped {};
 constexpr std::uint32_t kStepsBetweenLooks = 4096;
 

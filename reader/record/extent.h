@@ -28,7 +28,7 @@ struct Extent {
 bool extentLess(const Extent& a, const Extent& b);
 
 // Sorts by extentLess; extents of which neither is less keep their order. Returns false, with `extents` as
-// they were, when `isStopped` told so; it is asked every few thousand steps.
+// they were, when `isStopped` said so; it is asked every few thousand steps.
 [[nodiscard]] bool sortInTapeOrder(std::vector<Extent*>& extents, const std::function<bool()>& isStopped);
 
 }  // namespace tamrix

@@ -34,7 +34,7 @@ struct ExistingDestination {
 // Threads: the groups below say which stage's thread may touch a field; the ring orders the stages.
 // Lifetime: owned by the copy list, longer than any buffer or stage that points at it.
 struct FileC {
-  // `status` is what stat(2) told of `source` when it was listed.
+  // `status` is what stat(2) returned for `source` when it was listed.
   FileC(std::string source, std::string destination, const struct stat& status);
   FileC(const FileC&) = delete;
   FileC& operator=(const FileC&) = delete;
@@ -54,7 +54,8 @@ struct FileC {
   std::uint32_t fileMode;  // st_mode
   EaList eaList;           // the source's user attributes, in the file system's order
 
-  // Set by the reader stage before it passes on the file's last buffer: the source is not as it was opened.
+  // Set by the reader stage before it passes on the file's last buffer: the source has changed since it was
+  // opened.
   bool changedWhileRead = false;
 
   // The plan only.

@@ -19,8 +19,8 @@ namespace tamrix {
 // constructor. Threads: see each operation. Lifetime: a run's; extents and records outlive it.
 class RunFiles {
  public:
-  // `extents` are the finished copy list, `dropped` the records of pairs that were asked for and left out of
-  // it: their sources are to be spared as well. Throws std::bad_alloc.
+  // `extents` are the finished copy list, `dropped` the records of pairs that were left out of it, whose
+  // sources must not be overwritten either. Throws std::bad_alloc.
   RunFiles(const std::vector<Extent*>& extents, const std::deque<FileC>& dropped);
 
   // The file that is read from `identity`, as listed or as it was opened; null when there is none. Any
@@ -29,8 +29,7 @@ class RunFiles {
   // The file that was written to `identity`; null when there is none. The writer's thread.
   const FileC* findWritten(const FileIdentity& identity) const;
 
-  // Notes that `file` is written to `file.written`. Allocates nothing. The
-  // writer's thread.
+  // Notes that `file` is written to `file.written`. Allocates nothing. The writer's thread.
   void addWritten(const FileC& file);
   // Notes that `file` turned out to be read from another file than the one listed. Throws std::bad_alloc. Any
   // thread.
