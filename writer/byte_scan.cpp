@@ -1,5 +1,5 @@
-// Plain loops over 64-bit words, without a branch inside a block of them: the compiler makes of them what
-// vectors every machine of the architecture has.
+// Plain loops over 64-bit words, without a branch inside a block of them: the compiler turns them into the
+// vector instructions that every machine of the architecture has.
 #include "writer/byte_scan.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Looking at every byte of a buffer, faster than any stage needs it, on every machine.
+// Passes over all bytes of a buffer, on every machine faster than the stages need.
 #pragma once
 
 #include <cstddef>

@@ -13,7 +13,7 @@ namespace tamrix {
 
 namespace {
 
-// File systems of the machine's own, which set the modification time when data is written and not later.
+// Local file systems, which set the modification time when data is written, not later.
 bool isLocal(decltype(statfs::f_type) type) {
   constexpr decltype(statfs::f_type) kXfs = 0x58465342;  // has no name in the system's headers
   return type == EXT4_SUPER_MAGIC || type == kXfs || type == BTRFS_SUPER_MAGIC || type == TMPFS_MAGIC ||
@@ -51,7 +51,7 @@ bool TimesAtClose::mayChange(int fd, dev_t device) {
 
 CopiedTimes::CopiedTimes(int fd, const FileC& file, TimesAtClose& atClose) : file_(file) {
   if (atClose.mayChange(fd, file.written.device)) {
-    // Does not count as having the file open.
+    // With O_PATH, so that the file does not count as open.
     itself_ = UniqueFd(open(pathOf(fd).data(), O_PATH | O_CLOEXEC));
     if (!itself_.isOpen()) error_ = errno;
   } else if (futimens(fd, timesOf(file).data()) != 0) {

@@ -26,9 +26,9 @@ class TimesAtClose {
   bool mayChange_ = true;
 };
 
-// Purpose: sets the access and modification time of one copy, to the microsecond. Always those of the open
-// file: by the time it is complete its name may lead to another one. Threads: one. Lifetime: around the
-// file's close.
+// Purpose: sets the access and modification time of one copy, to the microsecond. Works on the open file, as
+// its name may lead to another one by the time it is complete. Threads: one. Lifetime: around the file's
+// close.
 class CopiedTimes {
  public:
   // To be called before `fd` is closed.

@@ -43,7 +43,7 @@ int FileWriterModule::emptyBuffer(BufferSlot& slot) {
 int FileWriterModule::openDestination(FileC& file) {
   logger->log(kDebug, msg::kFileWriterNewFile, file.dstPath);
   logger->log(kInfo, msg::kFileWriterCopy, file.srcPath, file.dstPath);
-  // Listed before it is opened: what could fail in listing it must not leave an unlisted file behind.
+  // Put on the list before it is opened: should that fail, no file is left behind that is not on the list.
   const auto entry = openList_.try_emplace(file.srcPath, file, *this, globals_.stopExecution).first;
   current_ = &entry->second;
   return current_->open(runFiles_, sparseMode_);

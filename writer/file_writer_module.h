@@ -32,8 +32,8 @@ namespace tamrix {
 //   the run ends in mid-file                   deleted             ERROR         -
 //
 // What is deleted is the file that was opened, where a link leads to it as well, while it is open and locked;
-// after a failed close it is locked anew. When its name is another file's by then, or somebody else's lock is
-// on it, it is left. A device or FIFO is never deleted.
+// after a failed close it is locked anew. When its name belongs to another file by then, or another process
+// has locked it, it is left. A device or FIFO is never deleted.
 //
 // Threads and lifetime: as Module. The records that buffers point at outlive it, as do the run's files.
 class FileWriterModule : public WriterModule {

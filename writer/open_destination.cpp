@@ -75,12 +75,12 @@ int OpenDestination::lock() {
   const int error = setLock(fd_.get(), F_WRLCK);
   if (error == 0) return 0;
   logger->log(kUrgent, msg::kFileWriterLockFailed, file_.dstPath, std::strerror(error));
-  // Whoever holds it has taken the file for its own, even if it was made here.
+  // The file belongs to whoever holds the lock, even if it was made here.
   if (isHeldByAnother(error)) isMade_ = false;
   return 1;
 }
 
-// Finds out which file has been opened, whatever its name said, and whether it may be written.
+// Finds out which file was opened, whatever its name is, and whether it may be written.
 int OpenDestination::examine(RunFiles& runFiles) {
   struct stat status {};
   if (fstat(fd_.get(), &status) != 0) {
@@ -90,7 +90,7 @@ int OpenDestination::examine(RunFiles& runFiles) {
   }
   file_.written = FileIdentity(status);
   sizeBefore_ = S_ISREG(status.st_mode) ? status.st_size : 0;
-  // A file that was just made is none of those: its inode may have been a source's that is gone.
+  // A file that was just made is neither, even if it has the inode of a source that is gone.
   if (!isMade_) {
     if (const FileC* other = runFiles.findSource(file_.written)) {
       logger->log(kUrgent, msg::kFileWriterIsSource, file_.srcPath, file_.dstPath, other->srcPath,
@@ -261,7 +261,7 @@ void OpenDestination::reportAndRemove() {
   }
 }
 
-// Removes the name that the destination's path leads to, behind a link as well, if it still is that of the
+// Removes the name that the destination's path leads to, also through a link, if it is still a name of the
 // file that was opened. A device or FIFO was not made by the copy and stays. Returns null, or why it is left.
 const char* OpenDestination::remove() {
   std::array<char, PATH_MAX> real;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by realpath
@@ -273,7 +273,7 @@ const char* OpenDestination::remove() {
   if (!S_ISREG(status.st_mode)) return std::strerror(EPERM);
   if (file_.written != FileIdentity(status)) return "the name is another file's by now";
   if (!fd_.isOpen()) {
-    // The lock is gone with the descriptor: what somebody else has locked since is theirs.
+    // The lock went with the descriptor. If another process has locked the file since, it is theirs.
     fd_ = UniqueFd(::open(real.data(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
     if (fd_.isOpen() && isHeldByAnother(setLock(fd_.get(), F_WRLCK))) return std::strerror(EAGAIN);
   }

@@ -18,17 +18,17 @@ enum class SparseMode { kOff, kOn };
 
 // Purpose: whatever a destination's name means when it is opened, no file but the pair's own is changed. The
 // file is opened as it is, locked, compared with the sources of the run and with what the run has written,
-// and only then cut to nothing. What is removed later is the file that was opened, or nothing. There is one
-// way out for each outcome: complete() for a copy, discard() for one that failed, which an open() that fails
-// has taken itself.
+// and only then cut to nothing. What is removed later is the file that was opened, or nothing. Each outcome
+// has one way out: complete() for a copy, discard() for one that failed. An open() that fails has called
+// discard() itself.
 //
-// Every failure is logged where it happens, at kUrgent unless its effect is a warning. What a stop breaks off
-// is no failure of the file and is not logged.
+// Every failure is logged where it happens, at kUrgent unless its effect is a warning. An operation that a
+// stop interrupts is no failure of the file and is not logged.
 // Threads: the writer's. Lifetime: from a file's first buffer to its last; the record outlives it.
 class OpenDestination {
  public:
-  // Opens nothing yet. `writer` is the thread that opens and writes, `stop` what breaks that off. All must
-  // outlive this.
+  // Opens nothing yet. `writer` is the thread that opens and writes; `stop` interrupts it. All must outlive
+  // this.
   OpenDestination(FileC& file, Thread& writer, const StopFlag& stop)
       : file_(file), writer_(writer), stop_(stop) {}
   OpenDestination(const OpenDestination&) = delete;
@@ -41,18 +41,18 @@ class OpenDestination {
   // once, so that zeros at its end can stay a hole. Returns 0, or 1 with nothing left open.
   [[nodiscard]] int open(RunFiles& runFiles, SparseMode sparse);
 
-  // Takes the buffer's bytes. Return 0; or 1, also after a stop. A write that comes back short is found out
-  // when the file is complete.
+  // Takes the buffer's bytes. Return 0; or 1, also after a stop. A write that comes back short is noticed at
+  // the end of the file.
   [[nodiscard]] int write(const BufferSlot& slot);
   [[nodiscard]] int skipZeros(const BufferSlot& slot);
 
-  // Sees to it that no byte is missing, gives the copy attributes and times of its source, releases and
-  // closes it, and reports it. Returns 0, also with warnings; or 1 when it is not complete, or could not be
-  // unlocked or closed. A file that is incomplete is discarded by then.
+  // Checks that no byte is missing, gives the copy the attributes and times of its source, unlocks and closes
+  // it, and reports it. Returns 0, also with warnings; or 1 when it is not complete, or could not be unlocked
+  // or closed. A file that is incomplete is discarded by then.
   [[nodiscard]] int complete(TimesAtClose& timesAtClose);
 
-  // Closes a file that is not complete, and reports and removes it; but one that was there and holds what it
-  // held stays. Does nothing to one that is not under way.
+  // Closes, reports and removes a file that is not complete; a file that was there before and has not been
+  // changed stays. Does nothing when no file is under way.
   void discard();
 
  private:

@@ -13,7 +13,8 @@ namespace tamrix {
 
 namespace {
 
-// Not blocking: opening a FIFO that nobody reads fails instead of waiting. Regular files don't care.
+// Not blocking: opening a FIFO that nobody reads fails instead of waiting. It makes no difference to regular
+// files.
 constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NONBLOCK;
 constexpr int kMostLinks = 40;  // in a row; as the system's own limit
 
@@ -33,7 +34,7 @@ FileForWriting openForWriting(const std::string& path, mode_t mode, Thread& writ
   FileForWriting result;
   std::string name = path;
   for (int links = 0; links <= kMostLinks; ++links) {
-    // First, as most destinations are new; and it is certain then who has made the file.
+    // Tried first, as most destinations are new. If it succeeds, this call made the file.
     result.fd = UniqueFd(open(name.c_str(), kFlags | O_CREAT | O_EXCL, mode));
     result.isMade = result.fd.isOpen();
     result.error = result.isMade ? 0 : errno;

@@ -17,9 +17,9 @@ struct FileForWriting {
   int error = 0;
 };
 
-// Opens the file at `path`, or makes it with `mode` less the umask: where a dangling link leads to when the
-// path is one. A FIFO that nobody reads is refused instead of waited for; a regular file that another process
-// holds a lease on is waited for, until a stop breaks that off with EINTR. `writer` is the calling thread.
+// Opens the file at `path`, or makes it with `mode` less the umask; for a dangling link, where the link leads
+// to. A FIFO that nobody reads is refused instead of waited for; a regular file that another process holds a
+// lease on is waited for, until a stop breaks that off with EINTR. `writer` is the calling thread.
 FileForWriting openForWriting(const std::string& path, mode_t mode, Thread& writer, const StopFlag& stop);
 
 }  // namespace tamrix
