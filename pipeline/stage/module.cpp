@@ -51,7 +51,7 @@ int Module::getSlot(BufferSlot*& slot) {
 }
 
 int Module::putSlot(BufferSlot& slot) {
-  // A file that can't be read is over with a buffer of negative length.
+  // A buffer of negative length ends a file that can't be read.
   const bool endsFile = slot.endOfFile != 0 || slot.length < 0;
   const bool endsData = slot.endOfData != 0;
   counters_->bytes.add(slot.length > 0 ? slot.length : 0);

@@ -50,7 +50,7 @@ int Module::updateChecksum(const BufferSlot& slot, ChecksumTarget target) const 
   }
   if (options_.checksumUpdate == ChecksumUpdateMode::kNewOnly) {
     logger->log(kDebug, msg::kModuleChecksumUpdateNewOnly);
-    // What is there is left alone, also when it is too long or too empty to be taken for a checksum.
+    // An attribute that is there is left alone, even when it is empty or too long for a checksum.
     if (std::string value; file.getEA(name, value) == 0 || file.eaList.find(name) != file.eaList.end()) {
       logger->log(kDebug, msg::kModuleChecksumUpdatePresent, name);
       return 0;
@@ -63,7 +63,7 @@ int Module::updateChecksum(const BufferSlot& slot, ChecksumTarget target) const 
   if (setxattr(path.c_str(), name.c_str(), value.data(), value.size(), flags) != 0) {
     const int error = errno;
     if (flags != 0 && error == EEXIST) {
-      // It was not collected when the file was listed: it can't be read, or came meanwhile.
+      // It was not read when the file was listed: it can't be read, or was made since.
       logger->log(kWarning, msg::kChecksumStageNotReplaced, name, path);
       return 0;
     }

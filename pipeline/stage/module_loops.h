@@ -35,7 +35,7 @@ int Module::consumeBuffers(const ConsumerMessages& messages, Action action, Pass
       }
     }
     passing(*slot);
-    // Behind the put the slot is the next stage's.
+    // After the put the slot belongs to the next stage.
     const bool endOfData = slot->endOfData != 0;
     if (const int put = putSlot(*slot); put != 0) {
       logger->log(kUrgent, messages.putFailed, static_cast<std::int32_t>(slot->bufferId), put);

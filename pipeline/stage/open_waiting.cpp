@@ -8,7 +8,7 @@
 namespace tamrix {
 
 OpenedFile openWaiting(const std::string& path, int flags, Thread& thread, const StopFlag& stop) {
-  // What is opened first can't block, so that it can be examined before it is opened again.
+  // The first opening can't block; the file is examined before it is opened for use.
   const UniqueFd found(open(path.c_str(), O_PATH | O_CLOEXEC));
   struct stat status {};
   if (!found.isOpen() || fstat(found.get(), &status) != 0) return {{}, errno};

@@ -14,9 +14,9 @@ struct OpenedFile {
   int error = 0;  // EINTR: the stop came first
 };
 
-// Opens the file at `path` with `flags`, and waits until the lease on it is given back; the system asks for
-// that. What is not a regular file could be waited for without end, and is refused with EWOULDBLOCK. `thread`
-// is the calling one, whose wait a stop breaks off.
+// Opens the file at `path` with `flags`, and waits until a lease on it is given up, which the system asks its
+// holder to do. Anything but a regular file might never open, and is refused with EWOULDBLOCK. `thread` is
+// the calling one, whose wait a stop breaks off.
 OpenedFile openWaiting(const std::string& path, int flags, Thread& thread, const StopFlag& stop);
 
 }  // namespace tamrix

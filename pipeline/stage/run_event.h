@@ -9,7 +9,7 @@
 namespace tamrix {
 
 // Purpose: tells one waiting thread that something has happened to the run: a stage has ended, or a stop was
-// asked for. What it was, the waiter finds out for itself; more posts than waits do no harm. Threads: post
+// asked for. The waiter finds out for itself what it was; more posts than waits do no harm. Threads: post
 // from any thread and any signal handler. Lifetime: outlives whoever posts.
 class RunEvent {
  public:

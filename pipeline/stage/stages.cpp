@@ -28,7 +28,7 @@ int ReaderModule::fillBuffers() {
       return 1;
     }
     if (fillBuffer(*slot) != 0) return 1;
-    // Behind the put the slot is the next stage's.
+    // After the put the slot belongs to the next stage.
     const bool endOfData = slot->endOfData != 0;
     if (const int put = putSlot(*slot); put != 0) {
       logger->log(kUrgent, msg::kReaderModulePutFailed, static_cast<std::int32_t>(slot->bufferId), put);

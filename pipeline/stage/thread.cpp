@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kSystemNameLength = 15;
 
-// The signal that breaks off a system call. Real-time signals mean nothing to anybody else.
+// The signal that interrupts a system call. Nothing else uses real-time signals.
 int interruptSignal() { return SIGRTMIN; }
 
 // A handler that does nothing, and no SA_RESTART: that is what makes a call return.

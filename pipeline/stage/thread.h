@@ -32,9 +32,9 @@ class Thread {
   // Whether the thread was started and run has not returned yet.
   bool isRunning() const { return started_ && !ended_.load(std::memory_order_acquire); }
 
-  // Breaks off the system call that the thread waits in, if it is one that it has marked by MayWait: the call
-  // returns early or with EINTR. Does nothing otherwise. To be called again until the thread has ended: it
-  // may have been on its way into the call.
+  // Interrupts the system call that the thread waits in, if the thread has marked it by MayWait: the call
+  // returns early or with EINTR. Does nothing otherwise. To be called again until the thread has ended, as
+  // the thread may just be entering the call.
   void interrupt();
 
   // Sends the thread a signal that it waits for (it blocks all, see start).
@@ -45,8 +45,8 @@ class Thread {
   // Waits until the thread has ended; does nothing when none was started.
   void join();
 
-  // While it lives, the thread is in a system call that may take long and may be broken off. All others are
-  // left in peace, so that a close or the setting of a lock doesn't fail for a stop.
+  // While it lives, the thread is in a system call that may take long and may be interrupted. No other call
+  // is interrupted, so that a stop does not make a close or the setting of a lock fail.
   class MayWait {
    public:
     explicit MayWait(Thread& thread) : thread_(thread) { thread_.mayWait_.store(true); }
