@@ -24,12 +24,11 @@ struct BatchEntry {
 
 // Splits the paths of one copy. The components that they end with alike all go into the name, so that the
 // files of a tree share their directories. Returns nothing for what a batch file can't hold: a source name
-// with '*' or
-// '?', a path with a control character or with bytes that are no UTF-8, a path without a directory.
+// with '*' or '?', a path with a control character or with bytes that are no UTF-8, a path without a directory.
 std::optional<BatchEntry> batchEntry(std::string_view source, std::string_view destination);
 
-// Purpose: writes one batch file: begin, add for each copy, end with the options. Entries that
-// follow each other and have the same directories share a file element. Memory does not grow with the file.
+// Purpose: writes one batch file: begin, add for each copy, end with the options. Entries that follow each
+// other and have the same directories share a file element. Memory does not grow with the file.
 // Threads: one. Lifetime: that of the stream, which the caller opens and closes; a partial file is the
 // caller's to remove. Operations return 0 or an error number, and log nothing.
 class BatchWriter {

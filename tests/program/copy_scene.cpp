@@ -20,15 +20,7 @@ std::vector<std::string> CopyScene::args(const std::vector<std::string>& more) c
 }
 
 std::vector<std::string> CopyScene::batch(const Pairs& pairs, const std::string& params) const {
-  std::string xml = "<tamrixspec version=\"1.0\"><params>" + params + "</params><data>\n";
-  for (const auto& [from, to] : pairs) {
-    const std::size_t fromBase = from.rfind('/');
-    const std::size_t toBase = to.rfind('/');
-    xml += "<file><srcpath>" + from.substr(0, fromBase) + "</srcpath><dstpath>" + to.substr(0, toBase) +
-           "</dstpath><sf rename=\"" + to.substr(toBase + 1) + "\">" + from.substr(fromBase + 1) +
-           "</sf></file>\n";
-  }
-  return {"-batchfile=" + dir_.file("batch.xml", xml + "</data></tamrixspec>\n"), "-ignore-vendor-check"};
+  return {"-batchfile=" + dir_.batchFile(pairs, params), "-ignore-vendor-check"};
 }
 
 Contents CopyScene::copied() const {

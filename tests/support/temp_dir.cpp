@@ -42,6 +42,19 @@ std::string TempDir::tapeFile(std::string_view name, std::string_view content, s
   return path;
 }
 
+std::string TempDir::batchFile(const std::vector<std::pair<std::string, std::string>>& pairs,
+                               const std::string& params) const {
+  std::string xml = "<tamrixspec version=\"1.0\"><params>" + params + "</params><data>\n";
+  for (const auto& [from, to] : pairs) {
+    const std::size_t fromBase = from.rfind('/');
+    const std::size_t toBase = to.rfind('/');
+    xml += "<file><srcpath>" + from.substr(0, fromBase) + "</srcpath><dstpath>" + to.substr(0, toBase) +
+           "</dstpath><sf rename=\"" + to.substr(toBase + 1) + "\">" + from.substr(fromBase + 1) +
+           "</sf></file>\n";
+  }
+  return file("batch.xml", xml + "</data></tamrixspec>\n");
+}
+
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream content;

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace tamrix::test {
 
@@ -23,6 +25,10 @@ class TempDir {
   // As file, with the extended attributes of a file on a mounted volume.
   std::string tapeFile(std::string_view name, std::string_view content, std::string_view volumeUuid,
                        char partition, long long startBlock) const;
+  // Makes the batch file "batch.xml" with these parameters, an element each, and absolute source and
+  // destination paths; returns its path.
+  std::string batchFile(const std::vector<std::pair<std::string, std::string>>& pairs,
+                        const std::string& params = "") const;
 
  private:
   std::string path_;

@@ -70,18 +70,6 @@ class AliasScene {
   bool isMounted_ = false;
 };
 
-std::string batchFile(const TempDir& dir, const Pairs& pairs) {
-  std::string xml = "<tamrixspec version=\"1.0\"><params></params><data>\n";
-  for (const auto& [from, to] : pairs) {
-    const std::size_t fromBase = from.rfind('/');
-    const std::size_t toBase = to.rfind('/');
-    xml += "<file><srcpath>" + from.substr(0, fromBase) + "</srcpath><dstpath>" + to.substr(0, toBase) +
-           "</dstpath><sf rename=\"" + to.substr(toBase + 1) + "\">" + from.substr(fromBase + 1) +
-           "</sf></file>\n";
-  }
-  return dir.file("batch.xml", xml + "</data></tamrixspec>\n");
-}
-
 // What a file must keep.
 struct Kept {
   explicit Kept(const std::string& path) : content(readFile(path)), time(fs::last_write_time(path)) {}
@@ -118,7 +106,7 @@ std::string runCell(const std::string& spelling, Of of, bool exists, bool clashi
   const std::map<std::string, Kept> sources = {
       {mine, Kept(mine)}, {other, Kept(other)}, {before, Kept(before)}};
 
-  Settings settings = {{"srcspec", ""}, {"batchfile", batchFile(dir, pairs)}};
+  Settings settings = {{"srcspec", ""}, {"batchfile", dir.batchFile(pairs)}};
   if (!checks) settings.emplace_back("compare-when-listing", "disable");
   const ManagerRun run(dir, settings, kProgress);
   EXPECT_NE(run.code + logger->returnCode(), 0) << run.log.logText();
