@@ -111,7 +111,7 @@ int BatchXmlReader::runPass(std::vector<Item>& items,
   int result = document.read();
   for (; result == 1; result = document.read()) {
     if (isStopped()) return kStopped;
-    if (!(this->*step)(document, items)) return -1;
+    if (!(this->*step)(document, items)) return isStopped() ? kStopped : -1;
   }
   if (result != 0) {
     if (isStopped()) return kStopped;  // which may have broken off reading
@@ -281,6 +281,7 @@ bool BatchXmlReader::endFile(std::vector<BatchPair>& pairs) const {
     return false;
   }
   for (const SourceName& name : names_) {
+    if (isStopped()) return false;
     std::optional<BatchPair> pair =
         composePair(sourceDirectory_, name.source, destinationDirectory_, name.destination, name.kind);
     if (!pair) {

@@ -26,7 +26,7 @@ namespace tamrix {
 class XmlDocument;
 
 // Purpose: reads one batch file.
-// Threads: the main thread only, and no other user of the XML library at the same time.
+// Threads: one, and no other user of the XML library at the same time.
 // Lifetime: any. The file is open during a pass only; a pass keeps no more than one file element beside what
 // it hands out.
 class BatchXmlReader {
@@ -86,7 +86,7 @@ class BatchXmlReader {
   [[nodiscard]] bool takeDstpath(const char* text);
   [[nodiscard]] bool takeSrcspec(const char* text);
   [[nodiscard]] bool takeSf(const char* text);
-  [[nodiscard]] bool endFile(std::vector<BatchPair>& pairs) const;
+  [[nodiscard]] bool endFile(std::vector<BatchPair>& pairs) const;  // false, unlogged, after a stop, too
 
   bool isStopped() const { return isStopped_ && isStopped_(); }
 

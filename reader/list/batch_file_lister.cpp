@@ -1,7 +1,6 @@
 #include "reader/list/batch_file_lister.h"
 
 #include <filesystem>
-#include <vector>
 
 #include "log/logger.h"
 
@@ -26,25 +25,26 @@ int BatchFileLister::init() {
   const std::string& fileName = options_.batchfile;
   logger->log(kDebug, msg::kBatchFileListerInit, fileName);
 
-  std::vector<BatchPair> read;
-  BatchXmlReader reader(fileName, [this] { return globals_.stopExecution.isSet(); });
-  if (const int result = reader.getFileListInBatch(read); result != 0) {
+  reader_.emplace(fileName, [this] { return globals_.stopExecution.isSet(); });
+  if (const int result = reader_->getFileListInBatch(read_); result != 0) {
     if (result == BatchXmlReader::kStopped) return 1;
     logger->log(kUrgent, msg::kBatchFileListerFailed);
     logger->log(kUrgent, msg::kBatchFileListerRefusedFile, fileName);
     return 1;
   }
-  if (reader.version() != kBatchVersion) {
-    logger->log(kUrgent, msg::kBatchFileListerBadVersion, reader.version());
+  if (reader_->version() != kBatchVersion) {
+    logger->log(kUrgent, msg::kBatchFileListerBadVersion, reader_->version());
     logger->log(kUrgent, msg::kBatchFileListerRefusedFile, fileName);
     return 1;
   }
-  for (BatchPair& pair : read) {
+  reader_.reset();
+  for (BatchPair& pair : read_) {
     if (!makeAbsolute(pair)) return 1;
     logger->log(kDebug, msg::kBatchFileListerPair, pair.source, pair.destination);
     if (appendPair(std::move(pair)) != 0) return 1;
     if (globals_.stopExecution.isSet()) return 1;
   }
+  read_ = {};
   return 0;
 }
 
@@ -83,10 +83,9 @@ int BatchFileLister::expand(const BatchPair& pair) {
   }
   const std::string directory = pair.source.substr(0, slash);
   const std::string destination = pair.destination.substr(0, pair.destination.rfind('/'));
-  PathList matches;
-  listMatching(matches, directory, std::string_view(pair.source).substr(slash + 1), options_.recursive);
-  for (; !matches.empty() && !globals_.stopExecution.isSet(); matches.pop_front()) {
-    std::string& match = matches.front();
+  listMatching(matches_, directory, std::string_view(pair.source).substr(slash + 1), options_.recursive);
+  for (; !matches_.empty() && !globals_.stopExecution.isSet(); matches_.pop_front()) {
+    std::string& match = matches_.front();
     std::string target = destination + match.substr(slash);
     pairs_.push_back({std::move(match), std::move(target), SourceKind::kName});
   }

@@ -1,8 +1,9 @@
 // Pairs from a batch file.
 #pragma once
 
+#include <optional>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "batch/batch_xml_reader.h"
 #include "reader/list/file_lister.h"
@@ -35,6 +36,10 @@ class BatchFileLister : public FileLister {
 
   std::string currentDir_;
   NumberedQueue<BatchPair> pairs_;
+  // Of init only; members so that a stop doesn't wait until millions of pieces are given back.
+  std::optional<BatchXmlReader> reader_;
+  std::vector<BatchPair> read_;
+  PathList matches_;
 };
 
 }  // namespace tamrix

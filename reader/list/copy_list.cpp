@@ -7,11 +7,13 @@
 #include <forward_list>
 #include <limits>
 #include <new>
+#include <optional>
 
 #include "config/properties.h"
 #include "log/logger.h"
 #include "reader/list/batch_file_lister.h"
 #include "reader/list/overwrite_prompt.h"
+#include "reader/list/pair_index.h"
 #include "reader/list/spec_file_lister.h"
 
 namespace tamrix {
@@ -31,6 +33,9 @@ struct CopyList::Records {
   std::deque<Extent> extents;
   std::deque<FileC> dropped;
   std::deque<ExistingDestination> existing;
+  PairIndex index;
+  std::optional<SpecFileLister> specLister;
+  std::optional<BatchFileLister> batchLister;
 
   // New ones, never destroyed.
   static Records& make() {
@@ -61,8 +66,8 @@ int CopyList::getList() {
 int CopyList::takeAllPairs() {
   logger->log(kDebug, msg::kCopyListCalled);
   globals_.counters.phase.store(RunCounters::Phase::kListing, std::memory_order_release);
-  SpecFileLister specLister(globals_, options_);
-  BatchFileLister batchLister(globals_, options_);
+  FileLister& specLister = records_.specLister.emplace(globals_, options_);
+  FileLister& batchLister = records_.batchLister.emplace(globals_, options_);
 
   struct Pass {
     FileLister& lister;
@@ -142,7 +147,7 @@ CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
   if (!asks) checkVendor(pair);
 
   FileC& file = addRecord(pair);
-  if (writes_) index_.add(file, pair.sourceId, pair.destinationId);
+  if (writes_) records_.index.add(file, pair.sourceId, pair.destinationId);
   addExtent(file, pair.attributes);
   return Verdict::kAccept;
 }
@@ -158,7 +163,7 @@ CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) {
     logger->log(kUrgent, msg::kCopyListSameFile, source, destination);
     return Verdict::kDrop;
   }
-  const PairClash clash = index_.find(source, from, destination, to);
+  const PairClash clash = records_.index.find(source, from, destination, to);
   switch (clash.kind) {
     case PairClash::Kind::kNone:
       return Verdict::kAccept;

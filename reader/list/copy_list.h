@@ -7,7 +7,6 @@
 
 #include "pipeline/stage/globals.h"
 #include "reader/list/file_lister.h"
-#include "reader/list/pair_index.h"
 #include "reader/list/pair_probes.h"
 #include "reader/record/extent.h"
 #include "reader/record/file_c.h"
@@ -18,7 +17,8 @@ namespace tamrix {
 // extent of each accepted file, reads where it lies, and sorts the extents into tape order. Sees to it that
 // at least one side of the copy is on a volume of the expected vendor. Threads: getList on one thread, which
 // may start another (see PairProbes); afterwards the reader stage walks `extents`. Lifetime: a run's; but the
-// records that buffers point at live until the process ends, which giving millions of them back would delay.
+// records that buffers point at, and whatever else may be millions of pieces, live until the process ends,
+// which giving them back would delay: most of all after a stop.
 class CopyList {
  public:
   // Whether the records tell what is at their destinations already; that takes about 60 bytes for each that
@@ -63,7 +63,6 @@ class CopyList {
 
   PipelineGlobals& globals_;
   const RunOptions& options_;
-  PairIndex index_;
   TapePosition previous_;  // of the last file that had one; where an empty file without one is put
   bool vendorOk_;
   bool interactive_;  // until "all" is answered
