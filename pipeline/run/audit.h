@@ -13,8 +13,8 @@ class CopyList;
 class StopFlag;
 struct Extent;
 
-// Finds out the size in bytes of a block of the volume that `path` is on. Returns false, silently, when it is
-// not told or not a positive number.
+// Finds out the size in bytes of a block of the volume that `path` is on. Returns false, silently, when the
+// volume does not tell it, or it is not a positive number.
 bool findBlockSize(const std::string& path, std::int32_t& blockSize);
 
 // Threads: the main thread; no pipeline runs meanwhile. Lifetime: any.
@@ -25,7 +25,7 @@ class Audit {
 
   // Reports gaps between consecutive files, a line per file and a summary, as log lines at kInfo; the summary
   // also as plain output. Returns 0; or 1 when the volume's block size can't be read or is none, logged at
-  // kUrgent, and when a stop came. When the files span no blocks, a warning stands in for the summary.
+  // kUrgent, and when a stop came. When the files span no blocks, a warning replaces the summary.
   [[nodiscard]] int report(const CopyList& list) const;
 
  private:

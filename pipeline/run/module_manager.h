@@ -35,8 +35,8 @@ class ModuleManager {
   // Traced, nothing else. Returns 0.
   [[nodiscard]] int endModule();
 
-  // Lists, builds, runs and joins; to be called once, after setGlobals. Returns 0 when the pipeline ran (how
-  // its stages fared is in the log and the logger's return codes), or the code with which it was not built.
+  // Lists, builds, runs and joins; to be called once, after setGlobals. Returns 0 when the pipeline ran (the
+  // log and the logger's return codes tell how its stages fared), or the code of what kept it from running.
   [[nodiscard]] int run();
 
  private:

@@ -30,7 +30,7 @@ std::string drawBar(const PartitionLayout& partition, double blocksPerCell, int 
       ++run;
     }
     if (data > 0) {
-      // What only the cut at the partition's end leaves empty is no gap.
+      // The part of the cell behind the partition's last file is no gap.
       const double used = std::min(to, static_cast<double>(partition.end)) - from;
       bar += data >= used * (1 - 1e-9) ? cells.data : cells.mixed;
     } else {

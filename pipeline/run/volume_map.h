@@ -25,7 +25,7 @@ struct VolumeMap {
 };
 
 // Draws the partitions with bars of `width` cells, 10 or more. `freeBytes` lie behind the largest partition;
-// the room of the others is not known. Any place with data shows: a cell is a gap only if it holds none.
+// the room of the others is not known. A cell with any data shows it: it is a gap only if it holds none.
 VolumeMap drawVolume(const TapeLayout& layout, std::uint64_t freeBytes, int width, MapCharacters characters);
 
 // Bytes in GB (10^9) with as many digits as are of use, without the unit.
