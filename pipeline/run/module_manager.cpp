@@ -58,7 +58,7 @@ int ModuleManager::run() {
   }
   options_ = readRunOptions(*properties);
   if (options_.audit == AuditMode::kTape) {
-    // A person who asks for checksums is not to believe that they are there, and right.
+    // A user who asks for checksums must not believe that they were stored or compared.
     const bool stores = storesChecksums(options_.checksumUpdate);
     if (stores || readAuditOptions(*properties).requireChecksum) {
       logger->log(kUrgent, msg::kManagerNeedsFileAudit, stores ? "checksum-update" : "require-checksum");
