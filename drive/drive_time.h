@@ -28,6 +28,7 @@ class DriveTime {
   double seconds() const { return locateSeconds_ + readSeconds_; }  // all so far
   double readSeconds() const { return readSeconds_; }               // of them, without locates
   std::int64_t locates() const { return locates_; }
+  const Drive& drive() const { return drive_; }
   double rewindSeconds() const { return drive_.rewindSeconds(place()); }
 
  private:

@@ -26,6 +26,10 @@ double Drive::locateSeconds(std::int64_t from, std::int64_t to) const {
   return from < to ? std::min(wound, streamSeconds(from, to - from)) : wound;
 }
 
+double Drive::averageLocateSeconds() const {
+  return generation_.metres / 3 / kLocateMetresPerSecond + kRestartSeconds + kWrapChangeSeconds;
+}
+
 double Drive::streamSeconds(std::int64_t from, std::int64_t count) const {
   const int turns = wrapOf(from + count) - wrapOf(from);
   return static_cast<double>(count) / generation_.bytesPerSecond + turns * kWrapChangeSeconds;

@@ -66,6 +66,9 @@ class Drive {
 
   // From having read up to `from` until reading begins at `to`. Reads on over a gap where that is faster.
   double locateSeconds(std::int64_t from, std::int64_t to) const;
+  // The average locate between two places that have nothing to do with each other: a third of the length
+  // apart.
+  double averageLocateSeconds() const;
   // Reading `count` bytes that begin at `from`, turns at the ends of wraps included.
   double streamSeconds(std::int64_t from, std::int64_t count) const;
   // Back to the beginning of the tape, so that it can be taken out.

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -43,7 +44,7 @@ Plan::Plan(PipelineGlobals& globals, const RunOptions& options, PlanOptions plan
 int Plan::run() {
   if (checkOptions() != 0 || list() != 0 || spareDropped() != 0) return 1;
   if (files_.open(list_) != 0 || (report_ && report_->open(list_) != 0)) return 1;
-  if (walkInTapeOrder() != 0 || walkAsListed() != 0) return 1;
+  if (walkInTapeOrder() != 0 || walkInDirectoryOrder() != 0) return 1;
   volumes_->warn();
   rooms_.check();
   tell();
@@ -115,13 +116,20 @@ int Plan::walkInTapeOrder() {
   return 0;
 }
 
-int Plan::walkAsListed() {
+int Plan::walkInDirectoryOrder() {
+  std::vector<const Extent*> order;
   for (const Extent& extent : list_.asListed()) {
     if (globals_.stopExecution.isSet()) return 1;
     if (!isPlanned(*extent.file)) continue;
-    volumes_->addInDirectoryOrder(extent);
     rooms_.add(*extent.file);
+    order.push_back(&extent);
   }
+  // A batch file may have any order, often that of the tape.
+  if (!options_.batchfile.empty()) {
+    std::sort(order.begin(), order.end(),
+              [](const Extent* a, const Extent* b) { return a->file->srcPath < b->file->srcPath; });
+  }
+  for (const Extent* extent : order) volumes_->addInDirectoryOrder(*extent);
   return 0;
 }
 

@@ -15,9 +15,10 @@
 namespace tamrix {
 
 // Purpose: lists as a copy does, with the same messages, and walks the finished list twice: in tape order it
-// decides what becomes of each file, writes batch files and report, and follows a drive; in the order of the
-// listing it follows a second drive and adds up what the destinations need. Linear time; memory is the
-// list's. Threads: the main thread. Lifetime: one run.
+// decides what becomes of each file, writes batch files and report, and follows a drive; in
+// directory order, that of the listing, or of the paths where a batch file had another, it follows a second
+// drive and adds up what the destinations need. Memory is the list's and 8 bytes a file.
+// Threads: the main thread. Lifetime: one run.
 class Plan {
  public:
   // `options` must outlive it.
@@ -34,7 +35,7 @@ class Plan {
   int list();
   int spareDropped() const;
   int walkInTapeOrder();
-  int walkAsListed();
+  int walkInDirectoryOrder();
   // Decides what becomes of a file, and adds it to the batch files. Returns 0, or 1 when they can't be
   // written.
   int judge(const Extent& extent);

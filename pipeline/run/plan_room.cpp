@@ -29,6 +29,17 @@ int refusal(const std::string& directory, const struct stat& status) {
   return faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
+// The uppermost directory on the way to `path` that is on the same file system.
+std::string topOf(dev_t device, const std::string& path) {
+  std::string_view top = path;
+  for (std::string_view above = directoryOf(top); above.size() < top.size(); above = directoryOf(top)) {
+    struct stat status {};
+    if (stat(std::string(above).c_str(), &status) != 0 || status.st_dev != device) break;
+    top = above;
+  }
+  return std::string(top);
+}
+
 std::int64_t count(fsblkcnt_t number) { return clampedToInt64(static_cast<Blocks>(number)); }
 
 }  // namespace
@@ -106,9 +117,9 @@ std::size_t DestinationRooms::roomOn(dev_t device, const std::string& path) {
     return kNone;
   }
   DestinationRoom& room = rooms_.emplace_back();
+  room.path = topOf(device, path);
   const bool isRoot = geteuid() == 0;  // may use what is kept back from others
   room.device = device;
-  room.path = path;
   room.blockSize = std::max<std::int64_t>(1, count(status.f_frsize));
   room.freeBytes = Blocks{count(isRoot ? status.f_bfree : status.f_bavail)} * room.blockSize;
   room.freeInodes = count(isRoot ? status.f_ffree : status.f_favail);

@@ -19,7 +19,7 @@ struct FileC;
 // One file system.
 struct DestinationRoom {
   dev_t device = 0;
-  std::string path;  // the first existing directory that files go to
+  std::string path;  // the uppermost directory of it on the way to the first file
   std::int64_t blockSize = 1;
 
   Blocks neededBytes = 0;  // in whole blocks, less what overwritten files give back; attributes not counted

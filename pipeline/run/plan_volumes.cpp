@@ -38,9 +38,12 @@ std::string percentText(double percent) {
 
 bool PlannedVolume::isScattered() const {
   constexpr std::int64_t kFewest = 10;  // below, no order saves much
-  constexpr double kLittle = 1.25;
-  return tapeOrder.locates() >= kFewest && tapeOrder.readSeconds() < tapeOrder.seconds() / 2 &&
-         directoryOrder.seconds() < kLittle * tapeOrder.seconds();
+  constexpr double kLittle = 0.75;
+  const double locating = tapeOrder.seconds() - tapeOrder.readSeconds();
+  const double inAnyOrder =
+      static_cast<double>(tapeOrder.locates()) * tapeOrder.drive().averageLocateSeconds();
+  return tapeOrder.locates() >= kFewest && locating > tapeOrder.readSeconds() &&
+         locating > kLittle * inAnyOrder;
 }
 
 double PlannedVolume::wantedPercent() const {

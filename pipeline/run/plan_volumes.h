@@ -35,7 +35,7 @@ struct PlannedVolume {
         tapeOrder(generation, bytesPerBlock),
         directoryOrder(generation, bytesPerBlock) {}
 
-  // Whether locates take most of the time, and no less of it in tape order than in directory order.
+  // Whether locates take most of the time, and each about as long as in any order.
   bool isScattered() const;
   std::string name() const { return uuid.empty() ? "(no UUID)" : uuid; }
   // What is wanted of the tape between the first and the last file of each partition, in percent.

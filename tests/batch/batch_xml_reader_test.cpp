@@ -27,12 +27,14 @@ const std::string kAccepted = "tests/batch/samples/accepted";
 const std::string kRefused = "tests/batch/samples/refused";
 const std::string kExamples = "docs/examples";
 
-// The files in these directories, in order, as paths below that of the sources: made the current one.
+// The batch files in these directories, in order, as paths below that of the sources: made the current one.
 std::vector<std::string> filesIn(const std::vector<std::string>& directories) {
   std::filesystem::current_path(TAMRIX_SOURCE_DIR);
   std::vector<std::string> files;
   for (const std::string& directory : directories) {
-    for (const auto& entry : std::filesystem::directory_iterator(directory)) files.push_back(entry.path());
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+      if (entry.path().extension() == ".xml") files.push_back(entry.path());
+    }
   }
   std::sort(files.begin(), files.end());
   return files;
