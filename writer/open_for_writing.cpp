@@ -6,8 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-
-#include "pipeline/stage/open_waiting.h"
+#include <utility>
 
 namespace tamrix {
 
@@ -31,28 +30,20 @@ std::string followLink(const std::string& path) {
 }  // namespace
 
 FileForWriting openForWriting(const std::string& path, mode_t mode, Thread& writer, const StopFlag& stop) {
-  FileForWriting result;
   std::string name = path;
   for (int links = 0; links <= kMostLinks; ++links) {
     // Tried first, as most destinations are new. If it succeeds, this call made the file.
-    result.fd = UniqueFd(open(name.c_str(), kFlags | O_CREAT | O_EXCL, mode));
-    result.isMade = result.fd.isOpen();
-    result.error = result.isMade ? 0 : errno;
-    if (result.error != EEXIST) return result;
+    OpenedFile opened = openFile(name, kFlags | O_CREAT | O_EXCL, mode, writer, stop);
+    const bool isMade = opened.error == 0;
+    if (opened.error != EEXIST) return {std::move(opened), isMade};
 
-    result.fd = UniqueFd(open(name.c_str(), kFlags));
-    result.error = result.fd.isOpen() ? 0 : errno;
-    if (result.error == EWOULDBLOCK) {
-      OpenedFile waitedFor = openWaiting(name, O_WRONLY | O_CLOEXEC, writer, stop);
-      result.fd = std::move(waitedFor.fd);
-      result.error = waitedFor.error;
-    }
-    if (result.error != ENOENT) return result;
+    opened = openFile(name, kFlags, 0, writer, stop);
+    if (opened.error == EWOULDBLOCK) opened = openWaiting(name, O_WRONLY | O_CLOEXEC, writer, stop);
+    if (opened.error != ENOENT) return {std::move(opened), false};
     // A link that leads nowhere, or the file has gone meanwhile.
     if (std::string target = followLink(name); !target.empty()) name = std::move(target);
   }
-  result.error = ELOOP;
-  return result;
+  return {{{}, ELOOP}, false};
 }
 
 }  // namespace tamrix

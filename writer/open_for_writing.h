@@ -6,20 +6,18 @@
 #include <string>
 
 #include "pipeline/ring/stop_flag.h"
+#include "pipeline/stage/open_file.h"
 #include "pipeline/stage/thread.h"
-#include "reader/record/unique_fd.h"
 
 namespace tamrix {
 
-struct FileForWriting {
-  UniqueFd fd;          // not open: `error` says why
+struct FileForWriting : OpenedFile {
   bool isMade = false;  // by this call: there was no such file before
-  int error = 0;
 };
 
 // Opens the file at `path`, or makes it with `mode` less the umask; for a dangling link, where the link leads
 // to. A FIFO that nobody reads is refused instead of waited for; a regular file that another process holds a
-// lease on is waited for, until a stop breaks that off with EINTR. `writer` is the calling thread.
+// lease on is waited for. A stop breaks that off with EINTR. `writer` is the calling thread.
 FileForWriting openForWriting(const std::string& path, mode_t mode, Thread& writer, const StopFlag& stop);
 
 }  // namespace tamrix

@@ -12,7 +12,7 @@
 
 #include "log/logger.h"
 #include "pipeline/ring/buffer_q.h"
-#include "pipeline/stage/open_waiting.h"
+#include "pipeline/stage/open_file.h"
 #include "reader/list/source_attributes.h"
 
 namespace tamrix {
@@ -63,16 +63,13 @@ int OpenSource::open(FileC& file, HoleSearch holes) {
 int OpenSource::openDescriptor() {
   logger->log(kProgress, msg::kFileReaderOpenFile, file_->srcPath);
   // Not blocking: what was a regular file when listed may be a FIFO by now.
-  fd_ = UniqueFd(::open(file_->srcPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  int error = fd_.isOpen() ? 0 : errno;
-  if (error == EWOULDBLOCK) {
-    OpenedFile waitedFor = openWaiting(file_->srcPath, O_RDONLY | O_CLOEXEC, reader_, stop_);
-    fd_ = std::move(waitedFor.fd);
-    error = waitedFor.error;
-  }
-  if (error == 0) return 0;
+  OpenedFile opened = openFile(file_->srcPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0, reader_, stop_);
+  if (opened.error == EWOULDBLOCK) opened = openWaiting(file_->srcPath, O_RDONLY | O_CLOEXEC, reader_, stop_);
+  fd_ = std::move(opened.fd);
+  if (opened.error == 0) return 0;
   // What a stop broke off is no failure of the file.
-  if (error != EINTR) logger->log(kUrgent, msg::kFileReaderOpenFailed, file_->srcPath, std::strerror(error));
+  if (opened.error != EINTR)
+    logger->log(kUrgent, msg::kFileReaderOpenFailed, file_->srcPath, std::strerror(opened.error));
   return 1;
 }
 
