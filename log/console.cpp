@@ -17,6 +17,8 @@ namespace {
 
 constexpr std::string_view kErase = "\r\033[K";
 constexpr int kUsualColumns = 80;
+// Kept free behind the last line: the terminal shows an interrupt as "^C" there, and that must not begin a row.
+constexpr int kEchoColumns = 3;
 constexpr int kDrawChecks = 50;                // how often a handler looks whether a draw has ended,
 constexpr timespec kDrawCheck = {0, 100'000};  // and how long it waits in between
 
@@ -69,11 +71,13 @@ bool Console::settle(const char* setting) {
 
 void Console::writeLog(std::string_view line) {
   const MutexLock lock(mutex_);
+  if (asking_) writeWhole(outputFd_, "\n");
   if (last_.empty()) {
     writeWhole(logFd_, line);
   } else {
     put(line, last_);
   }
+  if (asking_) writeWhole(outputFd_, question_);
 }
 
 void Console::writeOutput(std::string_view line) {
@@ -116,7 +120,7 @@ int Console::room() {
   if (!mayShow()) return 0;
   struct winsize size {};
   const bool known = isTerminal_ && ioctl(logFd_, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return (known ? size.ws_col : kUsualColumns) - 1;  // in the last column a cursor's place is not certain
+  return (known ? size.ws_col : kUsualColumns) - kEchoColumns;
 }
 
 void Console::show(std::string_view text) {

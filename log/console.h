@@ -40,7 +40,8 @@ class Console {
   // Write `line`, whole, line end included.
   void writeLog(std::string_view line) TAMRIX_EXCLUDES(mutex_);
   void writeOutput(std::string_view line) TAMRIX_EXCLUDES(mutex_);
-  // Writes a question, which ends no line, to standard output. There is no last line until it is answered.
+  // Writes a question, which ends no line, to standard output. There is no last line until it is answered, and
+  // it is asked again below a log line.
   void ask(std::string_view question) TAMRIX_EXCLUDES(mutex_);
   // `lineEnded`: whether the person who answered has ended the line on the terminal by doing so.
   void answered(bool lineEnded) TAMRIX_EXCLUDES(mutex_);

@@ -13,6 +13,7 @@ namespace tamrix {
 namespace {
 
 constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::array kDeadlySignals = {SIGQUIT, SIGABRT};
 
 std::array<std::string, kSignals.size()> acknowledgements;  // what the handler writes, by signal
 
@@ -57,6 +58,13 @@ void onSignal(int number) {
   }
 }
 
+// What ends a process at once ends the terminal's last line first; then the signal has its usual effect.
+void onDeadlySignal(int number) {
+  logger->console().endFromHandler();
+  (void)std::signal(number, SIG_DFL);
+  (void)std::raise(number);  // comes when this one is answered
+}
+
 }  // namespace
 
 Interrupts::Interrupts(PipelineGlobals& globals) {
@@ -66,6 +74,8 @@ Interrupts::Interrupts(PipelineGlobals& globals) {
   receivedSignal = 0;
   runningGlobals = &globals;
   setActions(&onSignal);
+  if (!logger->console().hasLastLine()) return;
+  for (const int number : kDeadlySignals) (void)std::signal(number, &onDeadlySignal);
 }
 
 Interrupts::~Interrupts() {

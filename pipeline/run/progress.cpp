@@ -105,13 +105,13 @@ void Progress::run() {
 }
 
 void Progress::takeSample(double now) {
+  const Phase phase = counters_.phase.load(std::memory_order_acquire);
+  if (phase != phase_) pace_ = Pace();
+  phase_ = phase;
   if (logger->console().isAsking()) {
     pace_.skipTo(now);  // a person's time
     return;
   }
-  const Phase phase = counters_.phase.load(std::memory_order_acquire);
-  if (phase != phase_) pace_ = Pace();
-  phase_ = phase;
   std::int64_t bytes = counters_.bytesListed.get();
   std::int64_t steps = counters_.filesFound.get() + counters_.filesListed.get();
   if (phase == Phase::kCopying) {

@@ -12,7 +12,8 @@ namespace tamrix {
 namespace {
 
 constexpr double kPatience = 2;           // seconds until a standstill is told
-constexpr std::size_t kNameAtLeast = 12;  // columns; for less no part is left out
+constexpr std::size_t kNameAtLeast = 12;  // columns; for less, parts are left out
+constexpr std::size_t kNameTooShort = 4;  // says nothing
 
 struct Unit {
   double bytes;
@@ -74,10 +75,10 @@ std::string joined(Parts parts, std::string_view name, int columns, Charset char
   for (const Part& part : parts) line += part.text;
   line.resize(std::min(line.size(), room));
   constexpr std::string_view kBeforeName = ", ";
-  if (name.empty() || room <= line.size() + kBeforeName.size()) return line;
-  const int left = static_cast<int>(room - line.size() - kBeforeName.size());
+  const auto left = static_cast<int>(room) - static_cast<int>(line.size() + kBeforeName.size());
   const std::string shown = screenText(name, left, charset);
-  return shown.empty() ? line : line.append(kBeforeName).append(shown);
+  if (shown.empty() || shown.size() < std::min(name.size(), kNameTooShort)) return line;
+  return line.append(kBeforeName).append(shown);
 }
 
 Part waitPart(const ProgressSnapshot& now) {
