@@ -28,6 +28,7 @@ int Properties::parseFile(const char* fileName, bool isConfig, std::function<boo
     if (addProperty(param.name, param.value) != 0) {
       logger->log(kUrgent, msg::kPropertiesParamRefused, param.name, param.value);
       logger->log(kUrgent, texts_.paramHint);
+      tellHint("", param.name, true);
       return 1;
     }
   }

@@ -89,7 +89,9 @@ class Properties {
 
  private:
   bool isAccepted(const std::string& key, const std::string& value) const;
-  [[nodiscard]] int reportRefusedArgument(const std::string& name, const std::string& value) const;
+  void reportRefusedArgument(const std::string& name, const std::string& value) const;
+  void tellHint(const std::string& dash, const std::string& name, bool hasValue,
+                const std::string& example = "") const;
 
   const std::span<const KnownProperty> table_;
   const ProgramTexts texts_;

@@ -29,9 +29,11 @@ int BufferQ::convertSize(const std::string& text, std::int64_t& bytes) {
   switch (size.status) {
     case SizeText::Status::kNotNumeric:
       logger->log(kUrgent, msg::kBufferSizeNotNumeric, std::string(size.offender));
+      logger->hint(msg::kBufferHintSizes);
       return -1;
     case SizeText::Status::kUnknownUnit:
       logger->log(kUrgent, msg::kBufferSizeUnknownUnit, std::string(size.offender));
+      logger->hint(msg::kBufferHintSizes);
       return -1;
     case SizeText::Status::kOk:
       break;

@@ -247,6 +247,17 @@ void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
   sorted_.push_back(&extent);
 }
 
+// Tells a person why nothing was found, if nothing was.
+void CopyList::tellHint() const {
+  if (globals_.counters.filesFound.get() > 0) return;
+  const bool hasSpec = !options_.srcspec.empty();
+  const bool hasBatch = !options_.batchfile.empty();
+  if (!hasSpec && !hasBatch) logger->hint(msg::kCopyListHintNothingAsked);
+  if (hasSpec) logger->hint(msg::kCopyListHintNoMatch, options_.srcpath, options_.srcspec);
+  if (hasSpec && !options_.recursive) logger->hint(msg::kCopyListHintNotRecursive, options_.srcpath);
+  if (hasBatch) logger->hint(msg::kCopyListHintNoBatchMatch, options_.batchfile);
+}
+
 int CopyList::finish() {
   // First, as a call that a stop interrupted may have missed a volume.
   if (globals_.stopExecution.isSet()) return 1;
@@ -254,11 +265,13 @@ int CopyList::finish() {
   if (!vendorOk_ && !writes_ && sorted_.empty()) vendorOk_ = isSoftwareVendorVOQ(options_.srcpath);
   if (!vendorOk_) {
     logger->log(kUrgent, msg::kMainNoLtfsSide);
+    tellHint();
     return 1;
   }
   if (sorted_.empty()) {
     logger->log(kDebug, msg::kCopyListNoFiles);
     logger->log(kWarning, msg::kCopyListNoSourceFiles);
+    tellHint();
     return writes_ ? 1 : 0;
   }
   logger->log(kDebug, msg::kCopyListFilesFound, static_cast<std::int32_t>(sorted_.size()));

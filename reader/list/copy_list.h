@@ -60,6 +60,7 @@ class CopyList {
   FileC& addRecord(const PairProbe& pair);
   void addExtent(FileC& file, const SourceAttributes& attributes);
   [[nodiscard]] int finish();
+  void tellHint() const;
 
   PipelineGlobals& globals_;
   const RunOptions& options_;
