@@ -16,8 +16,13 @@ namespace tamrix {
 namespace {
 
 constexpr std::string_view kErase = "\r\033[K";
+// Around the last line: what is too wide all the same (the terminal was made narrower just now, or counts a
+// character's columns otherwise) must not begin a row that nobody erases.
+constexpr std::string_view kNoWrap = "\033[?7l";
+constexpr std::string_view kWrap = "\033[?7h";
 constexpr int kUsualColumns = 80;
-// Kept free behind the last line: the terminal shows an interrupt as "^C" there, and that must not begin a row.
+// Kept free behind the last line: the terminal shows an interrupt as "^C" there, and that must not begin a
+// row.
 constexpr int kEchoColumns = 3;
 constexpr int kDrawChecks = 50;                // how often a handler looks whether a draw has ended,
 constexpr timespec kDrawCheck = {0, 100'000};  // and how long it waits in between
@@ -140,7 +145,7 @@ void Console::put(std::string_view before, std::string_view last) {
   const bool draws = !ended_;
   std::string text(kErase);
   text.append(before);
-  if (draws) text.append(last);
+  if (draws) text.append(kNoWrap).append(last).append(kWrap);
   shown_ = draws;
   writeWhole(logFd_, text);
   // A handler that interrupted this very thread could not wait for it.

@@ -4,9 +4,9 @@
 // written: it is erased with the write that brings a log line, and drawn again below it. While a question is
 // open there is none. What is written above it is, byte for byte, what is written without it.
 //
-// It is shown where standard error is a terminal that understands TERM's usual sequences (ECMA-48: EL), in
-// the process group that has the terminal. The environment variable TAMRIX_PROGRESS overrules that: "never"
-// is as if standard error were no terminal, "always" as if it were one.
+// It is shown where standard error is a terminal that understands the usual sequences (EL, DECAWM; see
+// console_codes(4)), in the process group that has the terminal. The environment variable TAMRIX_PROGRESS
+// overrules that: "never" is as if standard error were no terminal, "always" as if it were one.
 #pragma once
 
 #include <atomic>

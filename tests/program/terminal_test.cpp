@@ -59,7 +59,7 @@ TEST_F(TerminalTest, theLastLineFitsAndFollowsTheSize) {
            {80, start + R"(b\\x1b.{0,12})"}, {20, "25%, waiting for"}, {200, start + name}}) {
     terminal.resize(columns);
     EXPECT_TRUE(terminal.shows(line)) << columns;
-    EXPECT_EQ(terminal.count("25%.*"), 1) << columns;
+    EXPECT_EQ(terminal.count("25%.*"), 1) << columns << testing::PrintToString(terminal.rows());
   }
   giveBack();
   EXPECT_TRUE(terminal.hasPrompt());
