@@ -35,7 +35,6 @@ namespace {
 
 constexpr double kTarget = 0.1;  // of the modelled time
 constexpr int kMountRefused = 3;
-constexpr std::int64_t kBlock = 524288;
 constexpr std::int64_t kLastBlock = 20'000'000;  // of a tape of 12 TB, somewhat before its end
 
 struct Programs {

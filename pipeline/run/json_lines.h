@@ -25,7 +25,7 @@ class JsonLines {
   [[nodiscard]] int complete();
 
  private:
-  int fail(int error) const;
+  [[nodiscard]] int fail(int error) const;
 
   const std::string path_;
   WholeFile file_;

@@ -4,6 +4,8 @@
 #include <sys/xattr.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -42,6 +44,15 @@ Plan::Plan(PipelineGlobals& globals, const RunOptions& options, PlanOptions plan
       files_(planOptions_, optionsOfPlan(*properties)) {}
 
 int Plan::run() {
+  try {
+    return make();
+  } catch (const std::bad_alloc&) {
+    logger->log(kUrgent, msg::kCopyListNoMemory);
+    return 1;
+  }
+}
+
+int Plan::make() {
   if (checkOptions() != 0 || list() != 0 || spareDropped() != 0) return 1;
   if (files_.open(list_) != 0 || (report_ && report_->open(list_) != 0)) return 1;
   if (walkInTapeOrder() != 0 || walkInDirectoryOrder() != 0) return 1;
@@ -60,6 +71,10 @@ int Plan::checkOptions() {
   }
   if (!checksum.empty() && makeChecksumAlgorithm(checksum) == nullptr) {
     logger->log(kUrgent, msg::kManagerChecksumUnsupported, checksum);
+    return 1;
+  }
+  if (!planOptions_.output.empty() && planOptions_.output == planOptions_.report) {
+    logger->log(kUrgent, msg::kPlanWriteFailed, planOptions_.output, std::strerror(EEXIST));
     return 1;
   }
   if (!checksum.empty()) checksumAttribute_ = checksumAttribute(checksum);
@@ -81,19 +96,13 @@ int Plan::list() {
 // what would end the copy ends the plan.
 int Plan::spareDropped() const {
   if (list_.dropped().empty()) return 0;
-  try {
-    const RunFiles files(list_.extents(), list_.dropped());
-    for (const Extent* extent : list_.extents()) {
-      const FileC& file = *extent->file;
-      const FileC* const other =
-          file.existing != nullptr ? files.findSource(file.existing->identity) : nullptr;
-      if (other == nullptr) continue;
-      logger->log(kUrgent, msg::kFileWriterIsSource, file.srcPath, file.dstPath, other->srcPath,
-                  other->dstPath);
-      return 1;
-    }
-  } catch (const std::bad_alloc&) {
-    logger->log(kUrgent, msg::kCopyListNoMemory);
+  const RunFiles files(list_.extents(), list_.dropped());
+  for (const Extent* extent : list_.extents()) {
+    const FileC& file = *extent->file;
+    const FileC* const other = file.existing != nullptr ? files.findSource(file.existing->identity) : nullptr;
+    if (other == nullptr) continue;
+    logger->log(kUrgent, msg::kFileWriterIsSource, file.srcPath, file.dstPath, other->srcPath,
+                other->dstPath);
     return 1;
   }
   return 0;

@@ -15,10 +15,10 @@
 namespace tamrix {
 
 // Purpose: lists as a copy does, with the same messages, and walks the finished list twice: in tape order it
-// decides what becomes of each file, writes batch files and report, and follows a drive; in
-// directory order, that of the listing, or of the paths where a batch file had another, it follows a second
-// drive and adds up what the destinations need. Memory is the list's and 8 bytes a file.
-// Threads: the main thread. Lifetime: one run.
+// decides what becomes of each file, writes batch files and report, and follows a drive; in directory
+// order, which is that of the listing, or of the paths where a batch file gave another, it follows a second
+// drive and adds up what the destinations need. Memory is the list's and 8 bytes a file. Threads: the main
+// thread. Lifetime: one run.
 class Plan {
  public:
   // `options` must outlive it.
@@ -31,14 +31,15 @@ class Plan {
   [[nodiscard]] int run();
 
  private:
-  int checkOptions();
-  int list();
-  int spareDropped() const;
-  int walkInTapeOrder();
-  int walkInDirectoryOrder();
+  [[nodiscard]] int make();
+  [[nodiscard]] int checkOptions();
+  [[nodiscard]] int list();
+  [[nodiscard]] int spareDropped() const;
+  [[nodiscard]] int walkInTapeOrder();
+  [[nodiscard]] int walkInDirectoryOrder();
   // Decides what becomes of a file, and adds it to the batch files. Returns 0, or 1 when they can't be
   // written.
-  int judge(const Extent& extent);
+  [[nodiscard]] int judge(const Extent& extent);
   bool isPresent(const FileC& file);
   void tell() const;
 

@@ -38,7 +38,7 @@ class PlanFile {
   [[nodiscard]] int complete();
 
  private:
-  int check(int error) const;
+  [[nodiscard]] int check(int error) const;
 
   const std::string path_;
   const std::vector<BatchParam>& params_;
@@ -69,10 +69,10 @@ class PlanFiles {
   [[nodiscard]] int complete();
 
  private:
-  int openDirectory();
-  int beginVolume(const std::string& uuid);
-  int endVolume();
-  int completeDirectory();
+  [[nodiscard]] int openDirectory();
+  [[nodiscard]] int beginVolume(const std::string& uuid);
+  [[nodiscard]] int endVolume();
+  [[nodiscard]] int completeDirectory();
 
   const std::vector<BatchParam> params_;
   std::optional<PlanFile> output_;  // when it is wanted

@@ -1,5 +1,6 @@
 #include "pipeline/run/plan_report.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "pipeline/run/plan_room.h"
@@ -44,7 +45,7 @@ Json linesOf(const PlannedVolume& volume) {
 
 Json linesOf(const DestinationRoom& room) {
   Json line = {{"path", room.path},
-               {"bytes_needed", clampedToInt64(room.neededBytes)},
+               {"bytes_needed", clampedToInt64(std::max<Blocks>(room.neededBytes, 0))},
                {"bytes_free", clampedToInt64(room.freeBytes)},
                {"inodes_needed", room.neededInodes}};
   if (room.countsInodes) line["inodes_free"] = room.freeInodes;

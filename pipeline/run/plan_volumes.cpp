@@ -29,8 +29,9 @@ bool findBlockSizeAbove(std::string path, std::int32_t& blockSize) {
 }
 
 std::string percentText(double percent) {
+  if (percent < 0.01) return "less than 0.01 %";
   std::array<char, 32> text{};
-  (void)std::snprintf(text.data(), text.size(), percent < 1 ? "%.2g %%" : "%.0f %%", percent);
+  (void)std::snprintf(text.data(), text.size(), "%.*f %%", percent < 1 ? 2 : percent < 10 ? 1 : 0, percent);
   return text.data();
 }
 

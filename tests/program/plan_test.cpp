@@ -195,6 +195,7 @@ TEST(PlanProgram, filesOfAPlanAreWholeOrNotThere) {
     EXPECT_EQ(test::readFile(dir / "out/old") + test::readFile(source), "oldnew");
   }
   EXPECT_EQ(plan(scene.args({"-split=" + (dir / "out/split")}), small).status, 1);
+  EXPECT_EQ(plan(scene.args({"-output=" + (dir / "out/x"), "-report=" + (dir / "out/x")})).status, 1);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "out"), {}), 1);
 }
 
@@ -225,8 +226,6 @@ TEST(PlanProgram, whatACopyWouldNotDoIsToldAndMakesTheStatus) {
   std::filesystem::create_directories(shut + "/is");
   chmod(scene.addDestination("held").c_str(), 0444);
   chmod(shut.c_str(), 0555);
-  std::vector<std::string> none = scene.args({"-srcspec=x*"});
-  const auto batch = [&](const CopyScene::Pairs& pairs) { return scene.batch(pairs); };
   const std::string to = scene.destination("x");
   const auto told = [&](const std::vector<std::string>& args, const std::string& line) {
     const std::string output = scene.dir() / "plan.xml";
@@ -238,17 +237,18 @@ TEST(PlanProgram, whatACopyWouldNotDoIsToldAndMakesTheStatus) {
     return std::filesystem::remove(output);
   };
   const auto accessError = std::strerror(EACCES);
-  EXPECT_FALSE(told(none, text(msg::kPlanNoFiles)));
+  EXPECT_FALSE(told(scene.args({"-srcspec=x*"}), text(msg::kPlanNoFiles)));
   EXPECT_FALSE(told(scene.args({"-drive=lto4"}), text(msg::kPropertiesInvalid, "drive", "lto4")));
   EXPECT_FALSE(told(scene.args({"-checksum=xxh128"}), text(msg::kPlanChecksumNeedsMissing)));
   EXPECT_FALSE(
-      told(batch({{one, to}, {two, to}}), text(msg::kCopyListConflictSameDestination, one, two, to)));
-  EXPECT_FALSE(told(batch({{one, one}, {two, one}}), text(msg::kFileWriterIsSource, two, one, one, one)));
-  EXPECT_TRUE(told(batch({{one, shut + "/n/a"}, {two, shut + "/n/b"}}),
+      told(scene.batch({{one, to}, {two, to}}), text(msg::kCopyListConflictSameDestination, one, two, to)));
+  EXPECT_FALSE(
+      told(scene.batch({{one, one}, {two, one}}), text(msg::kFileWriterIsSource, two, one, one, one)));
+  EXPECT_TRUE(told(scene.batch({{one, shut + "/n/a"}, {two, shut + "/n/b"}}),
                    text(msg::kPlanDirectoryNotWritable, shut, accessError)));
-  EXPECT_TRUE(told(batch({{one, scene.destination("held")}}),
+  EXPECT_TRUE(told(scene.batch({{one, scene.destination("held")}}),
                    text(msg::kPlanFileNotWritable, scene.destination("held"), accessError)));
-  EXPECT_TRUE(told(batch({{one, shut + "/is"}}),
+  EXPECT_TRUE(told(scene.batch({{one, shut + "/is"}}),
                    text(msg::kPlanFileNotWritable, shut + "/is", std::strerror(EISDIR))));
   CopyScene::Pairs pairs;
   for (int i = 0; i < 200; ++i) {
@@ -256,7 +256,7 @@ TEST(PlanProgram, whatACopyWouldNotDoIsToldAndMakesTheStatus) {
     std::filesystem::resize_file(scene.addSource(name), 1ULL << 43);
     pairs.emplace_back(scene.source(name), scene.destination(name));
   }
-  const ProgramRun run = plan(batch(pairs));
+  const ProgramRun run = plan(scene.batch(pairs));
   EXPECT_EQ(run.status, 1) << run;
   EXPECT_EQ(run.linesAfter("Plan:room - ERROR Not enough room at ").size(), 1U) << run;
   chmod(shut.c_str(), 0755);
