@@ -14,12 +14,14 @@
 //   plan              what a copy would do: plan_volumes (drive time), plan_room (destinations), plan_files
 //                     (batch files), plan_report
 //   waiting           for the threads of a run; the listing is one of them
+//   progress          how a run is going, for a terminal: pace follows its speed, progress_text writes it
 //   json_lines, whole_file  reports; files that are there when they are complete
 //   audit_results     what an audit ends with: sums, map, and audit_report, the file of JSON lines
-// reader/stage/     file_reader_module, the first stage: reads the files in tape order; open_source, one of them
+// reader/stage/     file_reader_module, the first stage: reads the files in tape order; open_source, one file
 // writer/           the stages after it
 //   file_writer_module  the last stage: buffers into destinations
-//   open_destination  one destination from its opening to its end; open_for_writing, make_subdir and copied_times help
+//   open_destination  one destination from its opening to its end; open_for_writing, make_subdir and
+//                     copied_times help
 //   modsum64_process_module, sparse_process_module  the optional stages; byte_scan does their work
 //   checksum_algorithm  the table of checksums
 // reader/list/      from options to files in tape order
@@ -33,20 +35,23 @@
 // pipeline/stage/   what every stage is
 //   stages            the three kinds of stage and their loops; module is their base, thread its base
 //   module_checksum   comparing and storing checksums
-//   globals           what all stages share; run_event wakes the main thread
+//   globals           what all stages share; run_event wakes the main thread, run_counters tell how far it is
+//   open_file         opening what may have to be waited for
 // pipeline/ring/    buffer_q, the ring: how buffers travel; buffer_pool makes it, size_text reads sizes
+//   reader_lead       how far the reader may be ahead; thread_usage tells whether it waits for its source
 // reader/record/    file_c, extended_attr, extent: what buffers point at
 //   run_files         which files a run reads and writes, by device and inode; file_identity, number_table
 //   unique_fd         a descriptor that closes itself
 // config/           options
 //   known_properties  the table: one row per option
 //   properties        the store of all options; run_options, what a run reads from it
-//   command_line      -name=value, -name, -help, -version
+//   command_line      -name=value, -name, -help, -version; hints, what a refused one may mean
 //   parameter_file    the parameters of a batch file
 //   paths             making source and destination path absolute
 // drive/            how long a tape drive takes: a model; tape_drive, drive_time
 // batch/            the XML batch file, read and written
 // log/              logger, message catalogue (catalogue/root.txt), typed message ids, annotated mutex
+//   console           standard error and output, and a terminal's last line; screen_text cuts it to size
 //
 // Beside them: tests/ mirrors the folders; model/ is a modelled tape volume; bench/ measures; fuzz/ feeds bad
 // input; packaging/ is what is installed beside the programs; docs/ is for operators and successors.
