@@ -42,7 +42,7 @@ std::size_t distance(std::string_view one, std::string_view other) {
 }  // namespace
 
 bool isNearly(std::string_view one, std::string_view other) {
-  const auto [shorter, longer] = std::minmax(one.size(), other.size());
+  const auto [shorter, longer] = std::minmax({one.size(), other.size()});
   const std::size_t most = std::min(kSteps, shorter / kLettersPerStep);
   // Of texts that are too long to compare, the lengths tell it.
   return longer - shorter <= most && distance(one, other) <= most;
