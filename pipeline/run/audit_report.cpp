@@ -34,12 +34,7 @@ AuditReport::AuditReport(AuditMode mode, std::string path, std::string checksumA
 int AuditReport::add(const Extent& extent, const TapeLayout::Place* place) {
   const FileC& file = *extent.file;
   Json line = {{"path", file.srcPath}, {"bytes", file.fileSize}};
-  if (place == nullptr || place->isKnown) {
-    if (extent.partition != '?') {
-      line["partition"] = escapedText(std::string(1, static_cast<char>(extent.partition)));
-      line["block"] = extent.startBlock;
-    }
-  }
+  if (place == nullptr || place->isKnown) addPosition(line, extent);
   if (place != nullptr) {
     line["blocks"] = clampedToInt64(place->blocks);
     if (place->isKnown) line["gap_before"] = clampedToInt64(place->gap);

@@ -9,6 +9,7 @@
 
 #include "log/logger.h"
 #include "reader/list/copy_list.h"
+#include "reader/record/extent.h"
 
 namespace tamrix {
 
@@ -60,6 +61,12 @@ std::string escapedText(const std::string& text) {
     }
   }
   return result;
+}
+
+void addPosition(Json& line, const Extent& extent) {
+  if (extent.partition == Extent::kNoPartition) return;
+  line["partition"] = escapedText(std::string(1, static_cast<char>(extent.partition)));
+  line["block"] = extent.startBlock;
 }
 
 bool isSourceOf(const CopyList& list, const std::string& path) {

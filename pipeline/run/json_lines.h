@@ -9,6 +9,7 @@
 namespace tamrix {
 
 class CopyList;
+struct Extent;
 
 // Purpose: a report that is there when it is complete, or not at all; memory does not grow with it.
 // Threads: one. Operations return 0, or 1 after logging at kUrgent what can't be written.
@@ -33,6 +34,9 @@ class JsonLines {
 
 // Every byte that is not printable ASCII, and '%', as %XX.
 std::string escapedText(const std::string& text);
+
+// Adds fields for the partition and the block where `extent` begins, if it has a position on tape.
+void addPosition(nlohmann::ordered_json& line, const Extent& extent);
 
 // Whether `path` leads to one of the sources of `list`, by path: a source behind a second name keeps that
 // name's content when the first one is given to another file.

@@ -57,11 +57,8 @@ Json linesOf(const DestinationRoom& room) {
 int PlanReport::add(const Extent& extent) {
   const FileC& file = *extent.file;
   Json line = {{"path", file.srcPath}, {"destination", file.dstPath}, {"bytes", file.fileSize}};
-  if (extent.partition != Extent::kNoPartition) {
-    line["volume"] = std::string(extent.volumeUuid.data());
-    line["partition"] = escapedText(std::string(1, static_cast<char>(extent.partition)));
-    line["block"] = extent.startBlock;
-  }
+  if (extent.partition != Extent::kNoPartition) line["volume"] = std::string(extent.volumeUuid.data());
+  addPosition(line, extent);
   line["result"] = kResultWords.at(static_cast<std::size_t>(file.planResult));
   return lines_.write(line);
 }

@@ -1,8 +1,6 @@
 // Waiting for the threads of a run, and the listing, which is one of them.
 #pragma once
 
-#include <chrono>
-
 #include "pipeline/stage/globals.h"
 #include "pipeline/stage/thread.h"
 
@@ -15,14 +13,13 @@ class CopyList;
 // not in a system call.
 template <class BreakOff>
 void waitForThread(PipelineGlobals& globals, const Thread& thread, BreakOff breakOff) {
-  constexpr std::chrono::milliseconds kInterruptRound(10);
   while (thread.isRunning()) {
     if (!globals.stopExecution.isSet()) {
       globals.event.wait();
       continue;
     }
     breakOff();
-    globals.event.waitFor(kInterruptRound);
+    globals.event.waitFor(Thread::kInterruptRound);
   }
 }
 

@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <string>
 
@@ -36,6 +37,8 @@ class Thread {
   // returns early or with EINTR. Does nothing otherwise. To be called again until the thread has ended, as
   // the thread may just be entering the call.
   void interrupt();
+  // How long to wait before the next try.
+  static constexpr std::chrono::milliseconds kInterruptRound{10};
 
   // Sends the thread a signal that it waits for (it blocks all, see start).
   void send(int number) const {

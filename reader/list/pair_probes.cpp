@@ -8,9 +8,6 @@ namespace tamrix {
 
 namespace {
 
-// While a stop is set, the helper is interrupted this often until it gives up.
-constexpr std::chrono::milliseconds kInterruptRound(10);
-
 void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destinations) {
   int error = 0;
   pair.sourceId = sources.resolve(pair.source, pair.sourceStatus, error);
