@@ -49,12 +49,19 @@ int BufferQ::waitForSlot(int moduleId) {
   if (mayGet(moduleId)) return 0;
   const auto start = std::chrono::steady_clock::now();
   while (!mayGet(moduleId)) {
+    // Nobody else would wake those whom this module has fed.
+    const int nextId = successor(moduleId);
+    if (mayGet(nextId)) {
+      if (CondVar* const toWake = wakes(nextId); toWake != nullptr) toWake->notifyAll();
+    }
     const auto begun = std::chrono::steady_clock::now();
     logger->log(kDebug, msg::kRingStarved, moduleId);
+    position(moduleId).asleep = true;
     // A stop that came since the slot was asked for may have woken the others already.
     const auto woken = stop_->isSet()
                            ? CondVar::Wake::kSignalled
                            : position(predecessor(moduleId)).handedOn.waitUntil(mutex_, begun + waitRound_);
+    position(moduleId).asleep = false;
     position(moduleId).waited += std::chrono::steady_clock::now() - begun;
     logger->log(kDebug, msg::kRingResume, moduleId);
     if (woken == CondVar::Wake::kTimedOut) {
@@ -85,8 +92,7 @@ int BufferQ::putBufferSlot(int moduleId, BufferSlot& slot) {
   return 0;
 }
 
-// Does what a put does to the positions. Returns the condition of those whom it feeds, null when there is
-// none.
+// Does what a put does to the positions. Returns the condition to be signalled outside the lock, if any.
 CondVar* BufferQ::handOver(int moduleId, BufferSlot& slot) {
   const int nextId = successor(moduleId);
   slot.nextModuleId = static_cast<std::uint32_t>(nextId);
@@ -98,18 +104,16 @@ CondVar* BufferQ::handOver(int moduleId, BufferSlot& slot) {
   ModulePosition& next = position(nextId);
   assert(&slots_[me.head] == &slot);
   const bool wasLast = me.head == me.tail;
-  const bool readerHadNoRoom = nextId == 0 && !readerShouldWake();
+  const bool isEnd = slot.endOfData != 0;
   accountTransfer(moduleId, slot);
 
   next.tail = me.head;
   logger->log(kDebug, msg::kRingNext, nextId, shown(me.head), shown(slot.bufferId));
-  const bool fed = next.head == kStarved;
-  if (fed) {
+  if (next.head == kStarved) {
     logger->log(kDebug, msg::kRingNextStarved, nextId);
     next.head = next.tail;
     logger->log(kDebug, msg::kRingNextFed, nextId, shown(next.head));
   }
-  const bool wakes = nextId == 0 ? readerHadNoRoom && readerShouldWake() : fed;
   // A ring of one module passes the slot to itself: it owns all slots, always.
   if (wasLast && nextId != moduleId) {
     logger->log(kDebug, msg::kRingLastSlot, moduleId);
@@ -119,7 +123,7 @@ CondVar* BufferQ::handOver(int moduleId, BufferSlot& slot) {
     logger->log(kDebug, msg::kRingNewHead, shown(me.head));
   }
   dump();
-  return wakes ? &me.handedOn : nullptr;
+  return isEnd || shouldWake(nextId) ? wakes(nextId) : nullptr;
 }
 
 // Whether the module owns a slot and, if it is the reader, has not used up its lead.
@@ -127,7 +131,17 @@ bool BufferQ::mayGet(int moduleId) const {
   return position(moduleId).head != kStarved && (moduleId != 0 || lead_.hasRoom());
 }
 
-bool BufferQ::readerShouldWake() const { return lead_.shouldWake(slotsOf(position(0))); }
+// Whether a module that waits has work for a while.
+bool BufferQ::shouldWake(int moduleId) const {
+  const std::uint32_t slots = slotsOf(position(moduleId));
+  return moduleId == 0 ? lead_.readerShouldWake(slots) : lead_.stageShouldWake(slots);
+}
+
+// The condition that wakes the module, null when it doesn't wait or was woken. Whoever asks signals it.
+CondVar* BufferQ::wakes(int moduleId) {
+  if (!std::exchange(position(moduleId).asleep, false)) return nullptr;
+  return &position(predecessor(moduleId)).handedOn;
+}
 
 // Keeps account of the reader's lead, to which holes add nothing, and of the buffers that are free again.
 void BufferQ::accountTransfer(int fromModule, BufferSlot& slot) {

@@ -15,7 +15,8 @@
 // Starved and fed. A module without slots is starved (`head` is kStarved) and waits on its predecessor's
 // condition. Only the predecessor's put feeds it, by setting its head, and wakes it; a module that is not
 // starved finds its grown run by itself. A module becomes starved only by its own put of the last slot it
-// owned. A starved stage is woken at once, the reader when it has work for a while.
+// owned. Whom a put feeds is woken when it has work for a while, which is ReaderLead's to say, or when the one
+// who feeds it must wait itself, so that nothing that can be worked on waits for long.
 //
 // Lead. How far the reader may be ahead of the last stage, and when it is woken, is ReaderLead's to say.
 // While it is kept back it waits like a starved stage, though it owns slots. Buffers are handed out most
@@ -127,6 +128,7 @@ class BufferQ {
     std::uint32_t head = kStarved;  // the slot that this module gets next
     std::uint32_t tail = 0;         // the last slot that it may take
     CondVar handedOn;               // the next module waits on it for slots from this one
+    bool asleep = false;            // waits on its predecessor's, and was not woken yet
     std::chrono::nanoseconds waited{0};
   };
   struct Freer {
@@ -149,7 +151,8 @@ class BufferQ {
   }
   bool mayGet(int moduleId) const TAMRIX_REQUIRES(mutex_);
   void measureReader() TAMRIX_REQUIRES(mutex_);
-  bool readerShouldWake() const TAMRIX_REQUIRES(mutex_);
+  bool shouldWake(int moduleId) const TAMRIX_REQUIRES(mutex_);
+  CondVar* wakes(int moduleId) TAMRIX_REQUIRES(mutex_);
   std::uint32_t slotsOf(const ModulePosition& position) const;
   void accountTransfer(int fromModule, BufferSlot& slot) TAMRIX_REQUIRES(mutex_);
   int predecessor(int moduleId) const { return (moduleCount_ + moduleId - 1) % moduleCount_; }

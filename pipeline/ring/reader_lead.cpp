@@ -18,9 +18,10 @@ ReaderLead::ReaderLead(std::int64_t bufferSize, std::int64_t bufferCount)
     : bufferCount_(bufferCount),
       whole_(bufferSize * bufferCount),
       short_(std::min(whole_, std::max(kShort, kBuffersAtLeast * bufferSize))),
+      stageBuffers_(std::clamp<std::int64_t>(kStageBytes / bufferSize, 1, kStageBuffers)),
       limit_(short_) {}
 
-bool ReaderLead::shouldWake(std::int64_t freeBuffers) const {
+bool ReaderLead::readerShouldWake(std::int64_t freeBuffers) const {
   return freeBuffers >= std::max<std::int64_t>(1, bufferCount_ / kWakeShare) &&
          (limit_ == whole_ || bytes_ <= limit_ / kWakeShare);
 }

@@ -53,21 +53,24 @@ TEST(ReaderLead, onlySleepingMakesItLongAndOnlyStayingAwakeMakesItShort) {
   }
 }
 
-TEST(ReaderLead, aReaderThatIsKeptBackGoesOnWithWorkForAWhile) {
+TEST(ReaderLead, whoeverWaitsGoesOnWithWorkForAWhile) {
   ReaderLead lead(kMiB / 8, 800);
   lead.filled(lead.limit() - 1);
   EXPECT_TRUE(lead.hasRoom());
   lead.filled(1);
   EXPECT_FALSE(lead.hasRoom());
   lead.emptied(lead.limit() * 3 / 4 - 1);
-  EXPECT_FALSE(lead.shouldWake(800));
+  EXPECT_FALSE(lead.readerShouldWake(800));
   lead.emptied(1);
-  EXPECT_TRUE(lead.shouldWake(200));
-  EXPECT_FALSE(lead.shouldWake(199));
+  EXPECT_TRUE(lead.readerShouldWake(200));
+  EXPECT_FALSE(lead.readerShouldWake(199));
+  EXPECT_FALSE(lead.stageShouldWake(7));
+  EXPECT_TRUE(lead.stageShouldWake(8));
   // Of the whole ring, a quarter need be free; a ring that is short has no shorter lead.
   take(lead, "sssss");
   lead.filled(75 * kMiB);
-  EXPECT_TRUE(lead.shouldWake(200));
+  EXPECT_TRUE(lead.readerShouldWake(200));
+  EXPECT_TRUE(lead.stageShouldWake(1));
   EXPECT_EQ(ReaderLead(kMiB, 3).limit(), 3 * kMiB);
   EXPECT_EQ(ReaderLead(kMiB, 100).limit(), 4 * kMiB);
 }
