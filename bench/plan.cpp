@@ -8,12 +8,7 @@
 //
 // Ends with 0 when all predictions are within the target, 1 when one is not, 2 when something went wrong, 3
 // when mounting is refused. DIRECTORY is left to the caller to remove.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -21,20 +16,19 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <system_error>
-#include <utility>
 #include <vector>
 
 #include "bench/child_run.h"
+#include "bench/mounted_volume.h"
 
 namespace {
 
+using tamrix::bench::MountedVolume;
+
 constexpr double kTarget = 0.1;  // of the modelled time
-constexpr int kMountRefused = 3;
 constexpr std::int64_t kLastBlock = 20'000'000;  // of a tape of 12 TB, somewhat before its end
 
 struct Programs {
@@ -66,45 +60,6 @@ std::vector<Request> makeRequests() {
   return requests;
 }
 
-// A volume that is mounted while it lives. The kernel keeps nothing of its files.
-class Volume {
- public:
-  Volume(const std::string& program, std::string directory) : directory_(std::move(directory)) {
-    std::array<int, 2> out{};
-    if (pipe2(out.data(), O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
-    std::filesystem::create_directories(path());
-    served_.emplace(tamrix::model::ChildSetup{
-        .words = {program, "-drive=lto8", "-layout=" + directory_ + "/layout",
-                  "-account=" + directory_ + "/account", directory_ + "/tape", path()},
-        .descriptors = {{STDOUT_FILENO, out[1]}}});
-    close(out[1]);
-    char first = 0;
-    isMounted_ = read(out[0], &first, 1) == 1;
-    close(out[0]);
-  }
-
-  bool isMounted() const { return isMounted_; }
-  std::string path() const { return directory_ + "/volume"; }
-
-  // Unmounts it and returns the seconds of its account.
-  double finish() {
-    (void)tamrix::model::ChildProcess({{"fusermount3", "-u", path()}}).wait();
-    (void)served_->wait();
-    std::ifstream in(directory_ + "/account");
-    double seconds = -1;
-    for (std::string line; std::getline(in, line);) {
-      if (line.starts_with("total ")) seconds = std::stod(line.substr(line.rfind(' ')));
-    }
-    if (seconds < 0) throw std::runtime_error("the volume gave no account");
-    return seconds;
-  }
-
- private:
-  const std::string directory_;
-  std::optional<tamrix::model::ChildProcess> served_;
-  bool isMounted_ = false;
-};
-
 void makeFiles(const Request& request, const std::string& directory) {
   std::filesystem::create_directories(directory + "/tape");
   std::ofstream layout(directory + "/layout");
@@ -127,7 +82,7 @@ struct Prediction {
   double directoryOrder = 0;
 };
 
-Prediction predict(const Programs& programs, Volume& volume, const std::string& directory) {
+Prediction predict(const Programs& programs, MountedVolume& volume, const std::string& directory) {
   const std::string report = directory + "/report";
   require(tamrix::bench::runChild({programs.plan, "-srcpath=" + volume.path(), "-srcspec=*",
                                    "-dstpath=" + directory + "/copy", "-drive=lto8", "-report=" + report},
@@ -165,14 +120,14 @@ int measure(const Programs& programs, const std::string& work) {
   for (const Request& request : makeRequests()) {
     const std::string directory = work + "/" + std::to_string(request.blocks.size());
     makeFiles(request, directory);
-    Volume copied(programs.volume, directory);
-    if (!copied.isMounted()) return kMountRefused;
+    MountedVolume copied(programs.volume, directory, {"-drive=lto8"});
+    if (!copied.isMounted()) return tamrix::bench::kMountRefused;
     const Prediction planned = predict(programs, copied, directory);
     require(tamrix::bench::runChild({programs.tamrix, "-srcpath=" + copied.path(), "-srcspec=*", "-sparse",
                                      "-dstpath=" + directory + "/copy"},
                                     directory + "/log"));
     met = compare(request.name, "tape", request.blocks.size(), planned.tapeOrder, copied.finish()) && met;
-    Volume read(programs.volume, directory);
+    MountedVolume read(programs.volume, directory, {"-drive=lto8"});
     readByName(read.path());
     met = compare("", "directory", request.blocks.size(), planned.directoryOrder, read.finish()) && met;
     std::filesystem::remove_all(directory);
