@@ -1,21 +1,18 @@
 #include "bench/compare_work.h"
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/time.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <random>
-#include <stdexcept>
 #include <system_error>
 
 namespace tamrix::bench {
@@ -170,28 +167,6 @@ double secondsOf(const std::chrono::steady_clock::time_point& begun) {
 
 }  // namespace
 
-std::vector<Work> allWork(std::int64_t scale) {
-  const auto files = [scale](std::int64_t count) {
-    return static_cast<std::size_t>(std::max<std::int64_t>(count / scale, 1));
-  };
-  std::vector<Work> all = {
-      {"one 2 GiB file", {(std::int64_t{2} << 30) / scale}, false, 1, 1.2, 0, 0, 0.85},
-      {"64 files of 32 MiB", std::vector<std::int64_t>(files(64), 32 << 20), false, 1, 1.2, 0, 0, 0.85},
-      {"20,000 files of 4 KiB", std::vector<std::int64_t>(files(20000), 4096), false, 1.3, 1.3, 2.5, 0, 0,
-       true},
-      {"20,000 files of 4 KiB, scattered", std::vector<std::int64_t>(files(20000), 4096), false, 0, 0, 0, 0,
-       0, true, true},
-      {"log-uniform mix", {}, false, 1, 1, 1, 1, 0},
-      {"sparse 4 GiB file", {(std::int64_t{4} << 30) / scale}, true, 1, 1, 0, 0, 0},
-  };
-  std::mt19937_64 random(7);
-  std::uniform_real_distribution<double> exponent(0, 24);  // 1 byte to 16 MiB
-  for (std::size_t i = 0; i < files(1500); ++i) {
-    all[4].sizes.push_back(static_cast<std::int64_t>(std::exp2(exponent(random))));
-  }
-  return all;
-}
-
 bool makeWork(const Work& work, const std::string& root, bool attributes) {
   makeDirectories(root, work.sizes.size());
   for (std::size_t i = 0; i < work.sizes.size(); ++i) {
@@ -202,6 +177,14 @@ bool makeWork(const Work& work, const std::string& root, bool attributes) {
     if (futimens(file.fd(), times) != 0) fail("futimens");
   }
   return true;
+}
+
+void writeLayout(const Work& work, const std::string& file) {
+  std::ofstream layout(file);
+  for (std::size_t i = 0; i < work.sizes.size(); ++i) {
+    layout << "b " << startBlock(i, work.scattered) << ' ' << nameOf("", i).substr(1) << '\n';
+  }
+  if (!layout.flush()) fail(file);
 }
 
 bool sameTrees(const std::string& a, const std::string& b, bool attributes) {
@@ -254,18 +237,13 @@ double writerSeconds(const Work& work, const std::string& target, bool attribute
   return secondsOf(begun);
 }
 
-void warmMemory(const Work& work) {
+std::size_t memoryOf(const Work& work) {
   std::size_t bytes = 0;
-  for (const std::int64_t size : work.sizes) bytes += static_cast<std::size_t>(size) + kFileOverhead;
-  // In a process of its own: the peak memory of a program counts from that of the one that starts it.
-  const pid_t child = fork();
-  if (child == 0) {
-    const int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE;
-    _exit(mmap(nullptr, bytes, PROT_READ | PROT_WRITE, flags, -1, 0) == MAP_FAILED ? 1 : 0);
+  for (const std::int64_t size : work.sizes) {
+    const std::int64_t data = work.sparse ? size / (kPiece / kSparseData) : size;
+    bytes += static_cast<std::size_t>(data) + kFileOverhead;
   }
-  int status = 0;
-  if (child < 0 || waitpid(child, &status, 0) != child) fail("taking memory");
-  if (status != 0) throw std::runtime_error("not as much memory free as the work takes");
+  return bytes;
 }
 
 std::int64_t blocksUsed(const std::string& root) {

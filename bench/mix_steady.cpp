@@ -28,6 +28,7 @@
 
 #include "bench/child_run.h"
 #include "bench/compare_work.h"
+#include "bench/kept_memory.h"
 
 namespace {
 
@@ -76,11 +77,12 @@ class Load {
   const pid_t pid_;
 };
 
-ChildRun copyOnce(const Work& work, const std::string& to, const std::string& command) {
+ChildRun copyOnce(tamrix::bench::KeptMemory& memory, const std::string& to, const std::string& command) {
   std::filesystem::create_directory(to);
-  tamrix::bench::warmMemory(work);
+  memory.give();
   ChildRun run = tamrix::bench::runChild({"sh", "-c", command}, to + ".log");
   std::filesystem::remove_all(to);
+  memory.take();
   if (run.end.status != 0) throw std::runtime_error(command + ": " + run.text);
   return run;
 }
@@ -99,6 +101,7 @@ void measure(const Work& work, const std::string& program, const std::string& di
   std::printf("\n%s, %s\n  %5s %10s %10s %10s %10s\n", work.name.c_str(),
               besideLoad ? "beside a load on one core" : "quiet", "round", "tamrix s", "cp s", "over cp",
               "peak MiB");
+  tamrix::bench::KeptMemory memory(tamrix::bench::memoryOf(work));
   std::vector<double> ratios;
   std::vector<double> peaks;
   std::optional<Load> other;
@@ -106,7 +109,7 @@ void measure(const Work& work, const std::string& program, const std::string& di
   for (int round = 1; round <= rounds; ++round) {
     // Who comes second finds the memory that the first has given back.
     ChildRun runs[2];
-    for (const int turn : {round % 2, 1 - round % 2}) runs[turn] = copyOnce(work, to, turn == 0 ? own : cp);
+    for (const int turn : {round % 2, 1 - round % 2}) runs[turn] = copyOnce(memory, to, turn == 0 ? own : cp);
     ratios.push_back(runs[1].wall / runs[0].wall);
     peaks.push_back(runs[0].end.peak / (1 << 20));
     std::printf("  %5d %10.3f %10.3f %10.2f %10.1f\n", round, runs[0].wall, runs[1].wall, ratios.back(),
