@@ -105,11 +105,15 @@ void oneCompare(benchmark::State& state) {
 // An index of `count` pairs that were accepted, 200 a directory.
 struct FilledIndex {
   explicit FilledIndex(std::size_t count) {
-    const struct stat status {};
+    struct stat status {};
     for (std::size_t i = 0; i < count; ++i) {
       const std::string name = nameOf(i);
-      const FileC& file = files.emplace_back("/source" + name, "/destination" + name, status);
-      index.add(file, sourceOf(i, file.srcPath), destinationOf(i));
+      const PathIdentity source = sourceOf(i, "/source" + name);
+      status.st_dev = source.device;
+      status.st_ino = source.inode;
+      const FilePath path("/source" + name);
+      const FilePair paths = {path, FilePath("/destination" + name, path)};
+      index.add(files.emplace_back(paths, status), destinationOf(i));
     }
   }
   static std::string nameOf(std::size_t number) {

@@ -36,7 +36,7 @@ std::string numbered(const char* format, int number) {
 std::string treeDirectory(int file) { return numbered("dir%03d", file / kFilesPerDirectory); }
 std::string treeFile(int file) { return numbered("file-%07d", file); }
 
-bool makeTapeFile(const std::string& path, int number) {
+bool makeTapeFile(const std::string& path, int number, TapeAttributes kind) {
   const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0 || ftruncate(fd, kTreeFileSize) != 0) fail(path);
   // A multiplier that is prime to the count spreads neighbours of a directory over the tape.
@@ -51,7 +51,8 @@ bool makeTapeFile(const std::string& path, int number) {
       {"user.archive.project", "harbour-" + std::to_string(number % 40)},
   }};
   bool taken = true;
-  for (const auto& [name, value] : attributes) {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(kind); ++i) {
+    const auto& [name, value] = attributes.at(i);
     if (fsetxattr(fd, name, value.data(), value.size(), 0) == 0) continue;
     taken = errno == ENOTSUP ? false : (fail(path), false);
   }
@@ -59,7 +60,7 @@ bool makeTapeFile(const std::string& path, int number) {
   return taken;
 }
 
-void makeTapeTree(const std::string& root, int count) {
+void makeTapeTree(const std::string& root, int count, TapeAttributes kind) {
   const int directories = count / kFilesPerDirectory;
   const int workers = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
   std::filesystem::create_directories(root);
@@ -70,7 +71,7 @@ void makeTapeTree(const std::string& root, int count) {
       const std::string path = root + "/" + treeDirectory(first);
       std::filesystem::create_directory(path);
       for (int file = first; file < first + kFilesPerDirectory; ++file) {
-        makeTapeFile(path + "/" + treeFile(file), file);
+        makeTapeFile(path + "/" + treeFile(file), file, kind);
       }
     }
   };

@@ -40,6 +40,7 @@
 // pipeline/ring/    buffer_q, the ring: how buffers travel; buffer_pool makes it, size_text reads sizes
 //   reader_lead       how far the reader may be ahead; thread_usage tells whether it waits for its source
 // reader/record/    file_c, extended_attr, extent: what buffers point at
+//   file_path         a path in two parts, as millions of them share directories; arena, where they lie
 //   run_files         which files a run reads and writes, by device and inode; file_identity, number_table
 //   unique_fd         a descriptor that closes itself
 // config/           options

@@ -15,7 +15,9 @@ FileWriterModule::~FileWriterModule() { logger->log(kDebug, msg::kFileWriterDest
 
 int FileWriterModule::emptyBuffer(BufferSlot& slot) {
   totalLength_ += slot.length;
-  logger->log(kProgress, msg::kFileWriterBuffer, slot.file->srcPath);
+  if (logger->level() <= kProgress) {
+    logger->log(kProgress, msg::kFileWriterBuffer, slot.file->srcPath.text());
+  }
   if (current_ == nullptr || &current_->file() != slot.file) {
     const auto open = openList_.find(slot.file->srcPath);
     if (open != openList_.end()) {
@@ -41,8 +43,9 @@ int FileWriterModule::emptyBuffer(BufferSlot& slot) {
 }
 
 int FileWriterModule::openDestination(FileC& file) {
-  logger->log(kDebug, msg::kFileWriterNewFile, file.dstPath);
-  logger->log(kInfo, msg::kFileWriterCopy, file.srcPath, file.dstPath);
+  const std::string destination = file.dstPath.text();
+  logger->log(kDebug, msg::kFileWriterNewFile, destination);
+  logger->log(kInfo, msg::kFileWriterCopy, file.srcPath.text(), destination);
   // Put on the list before it is opened: should that fail, no file is left behind that is not on the list.
   const auto entry = openList_.try_emplace(file.srcPath, file, *this, globals_.stopExecution).first;
   current_ = &entry->second;

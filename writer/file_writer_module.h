@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <map>
-#include <string_view>
 
 #include "pipeline/stage/stages.h"
 #include "reader/record/file_c.h"
@@ -55,8 +54,8 @@ class FileWriterModule : public WriterModule {
 
   const SparseMode sparseMode_;
   RunFiles& runFiles_;
-  std::map<std::string_view, OpenDestination> openList_;  // destinations being written, by source path
-  OpenDestination* current_ = nullptr;                    // the one that the last buffer went to
+  std::map<FilePath, OpenDestination> openList_;  // destinations being written, by source path
+  OpenDestination* current_ = nullptr;            // the one that the last buffer went to
   TimesAtClose timesAtClose_;
   std::int64_t totalLength_ = 0;  // of all buffers so far
 };

@@ -37,7 +37,7 @@ int modsum64ProcessModule::processBuffer(BufferSlot& slot) {
   if (slot.endOfFile == 0) return 0;
 
   logger->log(kDebug, msg::kChecksumStageEndOfFile);
-  file.checksum = algorithm_->text();
+  file.checksum = std::make_unique<const std::string>(algorithm_->text());
   if (options_.checksumAttribute.empty()) {
     logger->log(kUrgent, msg::kChecksumStageNoName);
     return 1;
@@ -69,12 +69,12 @@ int modsum64ProcessModule::auditFile(const BufferSlot& slot) const {
   }
   if (slot.file->changedWhileRead && options_.checksumUpdate > ChecksumUpdateMode::kCalcOnly) {
     // What was read may never have been the file's content at any one time.
-    logger->log(kWarning, msg::kChecksumStageChanged, slot.file->srcPath);
+    logger->log(kWarning, msg::kChecksumStageChanged, slot.file->srcPath.text());
   } else if (const int updated = updateChecksum(slot, ChecksumTarget::kSource); updated != 0) {
     return updated;
   }
 
-  const std::string pair = "\"" + word + "\",\"" + slot.file->srcPath + "\"";
+  const std::string pair = "\"" + word + "\",\"" + slot.file->srcPath.text() + "\"";
   if (result == AuditResult::kFail) {
     logger->log(kInfo, msg::kChecksumStageStatusError, pair);
   } else {

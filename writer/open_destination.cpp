@@ -48,16 +48,16 @@ int OpenDestination::open(RunFiles& runFiles, SparseMode sparse) {
 
 int OpenDestination::create() {
   const mode_t mode = file_.fileMode & kCopiedModeBits;
-  FileForWriting opened = openForWriting(file_.dstPath, mode, writer_, stop_);
+  FileForWriting opened = openForWriting(path_, mode, writer_, stop_);
   if (opened.error == EINTR) return 1;
   if (opened.error != 0) {
     logger->log(kDebug, msg::kFileWriterCreateFailed);
-    std::string path = file_.dstPath;
+    std::string path = path_;
     if (makeSubdir(path) != 0) {
       logger->log(kUrgent, msg::kFileWriterSubdirFailed, path);
       return 1;
     }
-    opened = openForWriting(file_.dstPath, mode, writer_, stop_);
+    opened = openForWriting(path_, mode, writer_, stop_);
   }
   if (opened.error == EINTR) return 1;
   if (opened.error != 0) {
@@ -74,7 +74,7 @@ int OpenDestination::create() {
 int OpenDestination::lock() {
   const int error = setLock(fd_.get(), F_WRLCK);
   if (error == 0) return 0;
-  logger->log(kUrgent, msg::kFileWriterLockFailed, file_.dstPath, std::strerror(error));
+  logger->log(kUrgent, msg::kFileWriterLockFailed, path_, std::strerror(error));
   // The file belongs to whoever holds the lock, even if it was made here.
   if (isHeldByAnother(error)) isMade_ = false;
   return 1;
@@ -85,7 +85,7 @@ int OpenDestination::examine(RunFiles& runFiles) {
   struct stat status {};
   if (fstat(fd_.get(), &status) != 0) {
     const int error = errno;
-    logger->log(kUrgent, msg::kFileWriterExamineFailed, file_.dstPath, std::strerror(error));
+    logger->log(kUrgent, msg::kFileWriterExamineFailed, path_, std::strerror(error));
     return 1;
   }
   file_.written = FileIdentity(status);
@@ -93,13 +93,13 @@ int OpenDestination::examine(RunFiles& runFiles) {
   // A file that was just made is neither, even if it has the inode of a source that is gone.
   if (!isMade_) {
     if (const FileC* other = runFiles.findSource(file_.written)) {
-      logger->log(kUrgent, msg::kFileWriterIsSource, file_.srcPath, file_.dstPath, other->srcPath,
-                  other->dstPath);
+      logger->log(kUrgent, msg::kFileWriterIsSource, file_.srcPath.text(), path_, other->srcPath.text(),
+                  other->dstPath.text());
       return 1;
     }
     if (const FileC* other = runFiles.findWritten(file_.written)) {
-      logger->log(kUrgent, msg::kFileWriterIsWritten, file_.srcPath, file_.dstPath, other->srcPath,
-                  other->dstPath);
+      logger->log(kUrgent, msg::kFileWriterIsWritten, file_.srcPath.text(), path_, other->srcPath.text(),
+                  other->dstPath.text());
       return 1;
     }
   }
@@ -187,7 +187,7 @@ int OpenDestination::seekTo(std::int64_t position) const {
 
 int OpenDestination::complete(TimesAtClose& timesAtClose) {
   if (bytesWritten_ != file_.fileSize) {
-    logger->log(kUrgent, msg::kFileWriterIncomplete, file_.dstPath, bytesWritten_, file_.fileSize);
+    logger->log(kUrgent, msg::kFileWriterIncomplete, path_, bytesWritten_, file_.fileSize);
     discard();
     return 1;
   }
@@ -199,9 +199,9 @@ int OpenDestination::complete(TimesAtClose& timesAtClose) {
   if (timesError != 0) logger->log(kWarning, msg::kFileWriterTimesFailed, std::strerror(timesError));
   for (const char* name : refused) logger->log(kWarning, msg::kFileWriterXattrFailed, name);
   if (timesError == 0 && refused.empty() && !file_.changedWhileRead) {
-    logger->log(kProgress, msg::kFileWriterStatusSuccess, file_.srcPath, file_.dstPath);
+    logger->log(kProgress, msg::kFileWriterStatusSuccess, file_.srcPath.text(), path_);
   } else {
-    logger->log(kProgress, msg::kFileWriterStatusWarning, file_.srcPath, file_.dstPath);
+    logger->log(kProgress, msg::kFileWriterStatusWarning, file_.srcPath.text(), path_);
   }
   return 0;
 }
@@ -248,16 +248,14 @@ void OpenDestination::discard() {
 }
 
 // For the messages that don't say which file they are about.
-void OpenDestination::tellName() const {
-  logger->log(kUrgent, msg::kFileWriterFailedFile, file_.dstPath);
-}
+void OpenDestination::tellName() const { logger->log(kUrgent, msg::kFileWriterFailedFile, path_); }
 
 void OpenDestination::reportAndRemove() {
-  logger->log(kInfo, msg::kFileWriterStatusError, file_.srcPath, file_.dstPath);
+  logger->log(kInfo, msg::kFileWriterStatusError, file_.srcPath.text(), path_);
   if (const char* const reason = remove()) {
-    logger->log(kInfo, msg::kFileWriterDeleteFailed, file_.dstPath, reason);
+    logger->log(kInfo, msg::kFileWriterDeleteFailed, path_, reason);
   } else {
-    logger->log(kInfo, msg::kFileWriterDeleted, file_.dstPath);
+    logger->log(kInfo, msg::kFileWriterDeleted, path_);
   }
 }
 
@@ -267,7 +265,7 @@ const char* OpenDestination::remove() {
   std::array<char, PATH_MAX> real;  // NOLINT(cppcoreguidelines-pro-type-member-init): written by realpath
   struct stat status {};
   if (file_.written == FileIdentity() && fstat(fd_.get(), &status) == 0) file_.written = FileIdentity(status);
-  if (realpath(file_.dstPath.c_str(), real.data()) == nullptr || lstat(real.data(), &status) != 0) {
+  if (realpath(path_.c_str(), real.data()) == nullptr || lstat(real.data(), &status) != 0) {
     return std::strerror(errno);
   }
   if (!S_ISREG(status.st_mode)) return std::strerror(EPERM);

@@ -30,7 +30,7 @@ class OpenDestination {
   // Opens nothing yet. `writer` is the thread that opens and writes; `stop` interrupts it. All must outlive
   // this.
   OpenDestination(FileC& file, Thread& writer, const StopFlag& stop)
-      : file_(file), writer_(writer), stop_(stop) {}
+      : file_(file), path_(file.dstPath.text()), writer_(writer), stop_(stop) {}
   OpenDestination(const OpenDestination&) = delete;
   OpenDestination& operator=(const OpenDestination&) = delete;
 
@@ -76,6 +76,7 @@ class OpenDestination {
   const char* remove();
 
   FileC& file_;
+  const std::string path_;  // the destination's
   Thread& writer_;
   const StopFlag& stop_;
   UniqueFd fd_;

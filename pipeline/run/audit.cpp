@@ -97,7 +97,7 @@ void Audit::reportSummary(const CopyList& list, Blocks usedBlocks, std::int32_t 
   const auto& extents = list.extents();
   const std::string& path = options_.srcpath;
   struct statfs fileSystem {};
-  if (statfs((extents.empty() ? path : extents.front()->file->srcPath).c_str(), &fileSystem) != 0) {
+  if (statfs((extents.empty() ? path : extents.front()->file->srcPath.text()).c_str(), &fileSystem) != 0) {
     const int error = errno;
     logger->log(kDebug, msg::kAuditStatfsFailed, std::strerror(error));
     fileSystem = {};

@@ -33,7 +33,7 @@ AuditReport::AuditReport(AuditMode mode, std::string path, std::string checksumA
 
 int AuditReport::add(const Extent& extent, const TapeLayout::Place* place) {
   const FileC& file = *extent.file;
-  Json line = {{"path", file.srcPath}, {"bytes", file.fileSize}};
+  Json line = {{"path", file.srcPath.text()}, {"bytes", file.fileSize}};
   if (place == nullptr || place->isKnown) addPosition(line, extent);
   if (place != nullptr) {
     line["blocks"] = clampedToInt64(place->blocks);
@@ -44,7 +44,7 @@ int AuditReport::add(const Extent& extent, const TapeLayout::Place* place) {
     if (const auto stored = file.eaList.find(checksumAttribute_); stored != file.eaList.end()) {
       line["stored"] = (*stored).value == nullptr ? "" : std::string((*stored).value, (*stored).valueLength);
     }
-    if (file.auditResult != AuditResult::kNotRead) line["computed"] = file.checksum;
+    if (file.auditResult != AuditResult::kNotRead) line["computed"] = *file.checksum;
   }
   return lines_.write(line);
 }

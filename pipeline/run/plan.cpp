@@ -101,8 +101,8 @@ int Plan::spareDropped() const {
     const FileC& file = *extent->file;
     const FileC* const other = file.existing != nullptr ? files.findSource(file.existing->identity) : nullptr;
     if (other == nullptr) continue;
-    logger->log(kUrgent, msg::kFileWriterIsSource, file.srcPath, file.dstPath, other->srcPath,
-                other->dstPath);
+    logger->log(kUrgent, msg::kFileWriterIsSource, file.srcPath.text(), file.dstPath.text(),
+                other->srcPath.text(), other->dstPath.text());
     return 1;
   }
   return 0;
@@ -144,19 +144,21 @@ int Plan::walkInDirectoryOrder() {
 
 int Plan::judge(const Extent& extent) {
   FileC& file = *extent.file;
+  const std::string source = file.srcPath.text();
+  const std::string destination = file.dstPath.text();
   if (planOptions_.missing && isPresent(file)) {
-    logger->log(kProgress, msg::kPlanPresent, file.dstPath);
+    logger->log(kProgress, msg::kPlanPresent, destination);
     file.planResult = PlanResult::kPresent;
     return 0;
   }
   std::optional<BatchEntry> entry;
-  if (files_.areWanted() && !(entry = batchEntry(file.srcPath, file.dstPath))) {
-    logger->log(kUrgent, msg::kPlanNameLeftOut, file.srcPath, file.dstPath);
+  if (files_.areWanted() && !(entry = batchEntry(source, destination))) {
+    logger->log(kUrgent, msg::kPlanNameLeftOut, source, destination);
     file.planResult = PlanResult::kLeftOut;
     return 0;
   }
   if (file.existing != nullptr) {
-    logger->log(kProgress, msg::kPlanOverwrites, file.dstPath);
+    logger->log(kProgress, msg::kPlanOverwrites, destination);
     file.planResult = PlanResult::kOverwrite;
   }
   return entry ? files_.add(extent, *entry) : 0;
@@ -176,7 +178,7 @@ bool Plan::isPresent(const FileC& file) {
     return false;
   }
   const ExtendedAttr attribute = *stored;
-  return hasAttribute(file.dstPath, checksumAttribute_, {attribute.value, attribute.valueLength});
+  return hasAttribute(file.dstPath.text(), checksumAttribute_, {attribute.value, attribute.valueLength});
 }
 
 void Plan::tell() const {

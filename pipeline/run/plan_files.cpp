@@ -50,8 +50,9 @@ std::string safeName(std::string name) {
 }
 
 bool isOnVendorVolume(const FileC& file) {
-  return isSoftwareVendorVOQ(file.srcPath) ||
-         isSoftwareVendorVOQ(file.dstPath.substr(0, file.dstPath.rfind('/')));
+  std::string destination = file.dstPath.directory();
+  if (!destination.empty()) destination.pop_back();
+  return isSoftwareVendorVOQ(file.srcPath.text()) || isSoftwareVendorVOQ(destination);
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ Json linesOf(const DestinationRoom& room) {
 
 int PlanReport::add(const Extent& extent) {
   const FileC& file = *extent.file;
-  Json line = {{"path", file.srcPath}, {"destination", file.dstPath}, {"bytes", file.fileSize}};
+  Json line = {{"path", file.srcPath.text()}, {"destination", file.dstPath.text()}, {"bytes", file.fileSize}};
   if (extent.partition != Extent::kNoPartition) line["volume"] = std::string(extent.volumeUuid.data());
   addPosition(line, extent);
   line["result"] = kResultWords.at(static_cast<std::size_t>(file.planResult));

@@ -45,24 +45,25 @@ std::int64_t count(fsblkcnt_t number) { return clampedToInt64(static_cast<Blocks
 }  // namespace
 
 void DestinationRooms::add(const FileC& file) {
+  const std::string path = file.dstPath.text();
   std::size_t room = kNone;
   if (file.existing == nullptr) {
-    room = roomOf(directoryOf(file.dstPath));
+    room = roomOf(directoryOf(path));
   } else {
-    checkExisting(file);
+    checkExisting(file, path);
     // Where it lies itself: it may be behind a link.
-    room = roomOn(file.existing->identity.device, file.dstPath);
+    room = roomOn(file.existing->identity.device, path);
   }
   if (room != kNone) addFile(rooms_[room], file);
 }
 
-void DestinationRooms::checkExisting(const FileC& file) {
+void DestinationRooms::checkExisting(const FileC& file, const std::string& path) {
   int error = S_ISDIR(file.existing->mode) ? EISDIR : 0;
-  if (error == 0 && faccessat(AT_FDCWD, file.dstPath.c_str(), W_OK, AT_EACCESS) != 0) error = errno;
+  if (error == 0 && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) != 0) error = errno;
   if (error == EROFS) {
-    (void)roomOf(directoryOf(file.dstPath));  // reported once, for all its files
+    (void)roomOf(directoryOf(path));  // reported once, for all its files
   } else if (error != 0) {
-    logger->log(kUrgent, msg::kPlanFileNotWritable, file.dstPath, std::strerror(error));
+    logger->log(kUrgent, msg::kPlanFileNotWritable, path, std::strerror(error));
   }
 }
 

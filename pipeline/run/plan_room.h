@@ -52,7 +52,7 @@ class DestinationRooms {
   std::size_t findRoom(std::string_view directory);
   std::size_t roomOn(dev_t device, const std::string& path);
   static void addFile(DestinationRoom& room, const FileC& file);
-  void checkExisting(const FileC& file);
+  void checkExisting(const FileC& file, const std::string& path);
 
   std::vector<DestinationRoom> rooms_;
   std::unordered_map<std::string_view, std::size_t> byDirectory_;

@@ -67,7 +67,7 @@ void PlannedVolumes::addInTapeOrder(const Extent& extent) {
   const std::string_view uuid = extent.volumeUuid.data();
   if (volumes_.empty() || volumes_.back().uuid != uuid) {
     std::int32_t blockSize = 0;
-    const bool isKnown = findBlockSizeAbove(extent.file->srcPath, blockSize);
+    const bool isKnown = findBlockSizeAbove(extent.file->srcPath.text(), blockSize);
     byUuid_.emplace(uuid, volumes_.size());
     volumes_.emplace_back(std::string(uuid), generation_, isKnown ? blockSize : kUsualBlockSize);
     if (!isKnown) logger->log(kWarning, msg::kPlanBlockSizeAssumed, volumes_.back().name(), kUsualBlockSize);

@@ -12,7 +12,7 @@
 namespace tamrix {
 
 int Module::verifyChecksum(const BufferSlot& slot) const {
-  const std::string& calculated = slot.file->checksum;
+  const std::string& calculated = *slot.file->checksum;
   logger->log(kDebug, msg::kModuleChecksumCalculated, calculated);
   const std::string& name = options_.checksumAttribute;
   if (name.empty()) {
@@ -36,7 +36,7 @@ int Module::verifyChecksum(const BufferSlot& slot) const {
 
 int Module::updateChecksum(const BufferSlot& slot, ChecksumTarget target) const {
   const FileC& file = *slot.file;
-  const std::string& path = target == ChecksumTarget::kDestination ? file.dstPath : file.srcPath;
+  const std::string path = (target == ChecksumTarget::kDestination ? file.dstPath : file.srcPath).text();
   if (options_.checksumUpdate != ChecksumUpdateMode::kNewOnly &&
       options_.checksumUpdate != ChecksumUpdateMode::kUpdateAll) {
     logger->log(kDebug, msg::kModuleChecksumNoUpdate, path);
@@ -57,7 +57,7 @@ int Module::updateChecksum(const BufferSlot& slot, ChecksumTarget target) const 
     }
     logger->log(kDebug, msg::kModuleChecksumUpdateAbsent, name);
   }
-  const std::string& value = file.checksum;
+  const std::string& value = *file.checksum;
   logger->log(kDebug, msg::kModuleChecksumUpdateSet, name, value);
   const int flags = options_.checksumUpdate == ChecksumUpdateMode::kNewOnly ? XATTR_CREATE : 0;
   if (setxattr(path.c_str(), name.c_str(), value.data(), value.size(), flags) != 0) {

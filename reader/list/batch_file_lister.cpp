@@ -41,7 +41,8 @@ int BatchFileLister::init() {
   for (BatchPair& pair : read_) {
     if (!makeAbsolute(pair)) return 1;
     logger->log(kDebug, msg::kBatchFileListerPair, pair.source, pair.destination);
-    if (appendPair(std::move(pair)) != 0) return 1;
+    if (appendPair(pair) != 0) return 1;
+    pair = {};
     if (globals_.stopExecution.isSet()) return 1;
   }
   read_ = {};
@@ -64,11 +65,12 @@ bool BatchFileLister::makeAbsolute(BatchPair& pair) {
   return true;
 }
 
-int BatchFileLister::appendPair(BatchPair pair) {
+int BatchFileLister::appendPair(const BatchPair& pair) {
   const std::size_t name = pair.source.rfind('/') + 1;
   if (pair.kind == SourceKind::kPattern && pair.source.find_first_of("*?", name) != std::string::npos)
     return expand(pair);
-  pairs_.push_back(std::move(pair));
+  const FilePath source(pair.source);
+  pairs_.push_back({source, FilePath(pair.destination, source)});
   globals_.counters.filesFound.add(1);
   return 0;
 }
@@ -84,19 +86,17 @@ int BatchFileLister::expand(const BatchPair& pair) {
   const std::string directory = pair.source.substr(0, slash);
   const std::string destination = pair.destination.substr(0, pair.destination.rfind('/'));
   listMatching(matches_, directory, std::string_view(pair.source).substr(slash + 1), options_.recursive);
+  const char* last = nullptr;
+  const char* target = nullptr;
   for (; !matches_.empty() && !globals_.stopExecution.isSet(); matches_.pop_front()) {
-    std::string& match = matches_.front();
-    std::string target = destination + match.substr(slash);
-    pairs_.push_back({std::move(match), std::move(target), SourceKind::kName});
+    const FilePath& match = matches_.front();
+    if (match.directory() != last) {
+      last = match.directory();
+      target = FilePath::sharedDirectory(destination + std::string(last).substr(slash));
+    }
+    pairs_.push_back({match, {target, match.name()}});
   }
   return 0;
-}
-
-std::size_t BatchFileLister::size() const { return pairs_.size(); }
-
-void BatchFileLister::pair(std::size_t number, std::string& source, std::string& destination) const {
-  source = pairs_[number].source;
-  destination = pairs_[number].destination;
 }
 
 int BatchFileLister::getNextFile() {
@@ -104,8 +104,7 @@ int BatchFileLister::getNextFile() {
     logger->log(kDebug, msg::kBatchFileListerEnd);
     return 1;
   }
-  pairs_.giveBackBefore(taken_);
-  pair(taken_++, srcFile_, dstFile_);
+  takeNext();
   logger->log(kDebug, msg::kBatchFileListerNextPair, srcFile_, dstFile_);
   return hasAcceptedLength(srcFile_) && hasAcceptedLength(dstFile_) ? 0 : -1;
 }

@@ -7,7 +7,6 @@
 
 #include "batch/batch_xml_reader.h"
 #include "reader/list/file_lister.h"
-#include "reader/list/numbered_queue.h"
 
 namespace tamrix {
 
@@ -24,18 +23,15 @@ class BatchFileLister : public FileLister {
   [[nodiscard]] int init() override;
   // -1: a path of more than 1024 characters.
   [[nodiscard]] int getNextFile() override;
-  std::size_t size() const override;
-  void pair(std::size_t number, std::string& source, std::string& destination) const override;
 
  private:
   // Makes both paths of the pair absolute, from the working directory. Returns false, having logged why, when
   // there is none.
   bool makeAbsolute(BatchPair& pair);
-  [[nodiscard]] int appendPair(BatchPair pair);
+  [[nodiscard]] int appendPair(const BatchPair& pair);
   [[nodiscard]] int expand(const BatchPair& pair);
 
   std::string currentDir_;
-  NumberedQueue<BatchPair> pairs_;
   // Of init only; members so that a stop doesn't wait until millions of pieces are given back.
   std::optional<BatchXmlReader> reader_;
   std::vector<BatchPair> read_;

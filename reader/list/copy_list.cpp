@@ -33,7 +33,7 @@ struct CopyList::Records {
   std::deque<Extent> extents;
   std::deque<FileC> dropped;
   std::deque<ExistingDestination> existing;
-  PairIndex index;
+  std::optional<PairIndex> index = PairIndex();  // until the listing is complete
   std::optional<SpecFileLister> specLister;
   std::optional<BatchFileLister> batchLister;
 
@@ -107,7 +107,7 @@ int CopyList::takePairs(FileLister& lister) {
 
 void CopyList::noteDropped(const PairProbe& pair) {
   if (!writes_ || !pair.sourceId.exists(pair.source) || !S_ISREG(pair.sourceStatus.st_mode)) return;
-  records_.dropped.emplace_back(pair.source, pair.destination, pair.sourceStatus);
+  records_.dropped.emplace_back(pair.paths, pair.sourceStatus);
 }
 
 const std::deque<Extent>& CopyList::asListed() const { return records_.extents; }
@@ -147,8 +147,8 @@ CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
   if (!asks) checkVendor(pair);
 
   FileC& file = addRecord(pair);
-  if (writes_) records_.index.add(file, pair.sourceId, pair.destinationId);
-  addExtent(file, pair.attributes);
+  if (writes_) records_.index->add(file, pair.destinationId);
+  addExtent(file, pair);
   return Verdict::kAccept;
 }
 
@@ -163,7 +163,7 @@ CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) {
     logger->log(kUrgent, msg::kCopyListSameFile, source, destination);
     return Verdict::kDrop;
   }
-  const PairClash clash = records_.index.find(source, from, destination, to);
+  const PairClash clash = records_.index->find(source, from, destination, to);
   switch (clash.kind) {
     case PairClash::Kind::kNone:
       return Verdict::kAccept;
@@ -171,13 +171,13 @@ CopyList::Verdict CopyList::judgeClash(const PairProbe& pair) {
       logger->log(kWarning, msg::kCopyListDuplicate, source, destination);
       return Verdict::kDrop;
     case PairClash::Kind::kReadsDestination:
-      logger->log(kUrgent, msg::kCopyListConflictChain, clash.earlier->srcPath, source, destination);
+      logger->log(kUrgent, msg::kCopyListConflictChain, clash.earlier->srcPath.text(), source, destination);
       return Verdict::kEndRun;
     case PairClash::Kind::kOverwritesSource:
-      logger->log(kUrgent, msg::kCopyListConflictChain, source, destination, clash.earlier->dstPath);
+      logger->log(kUrgent, msg::kCopyListConflictChain, source, destination, clash.earlier->dstPath.text());
       return Verdict::kEndRun;
     case PairClash::Kind::kSameDestination:
-      logger->log(kUrgent, msg::kCopyListConflictSameDestination, clash.earlier->srcPath, source,
+      logger->log(kUrgent, msg::kCopyListConflictSameDestination, clash.earlier->srcPath.text(), source,
                   destination);
       return Verdict::kEndRun;
   }
@@ -207,7 +207,7 @@ void CopyList::checkVendor(const PairProbe& pair) {
 }
 
 FileC& CopyList::addRecord(const PairProbe& pair) {
-  FileC& file = records_.files.emplace_back(pair.source, pair.destination, pair.sourceStatus);
+  FileC& file = records_.files.emplace_back(pair.paths, pair.sourceStatus);
   if (__builtin_add_overflow(globals_.totalBytes, file.fileSize, &globals_.totalBytes)) {
     globals_.totalBytes = std::numeric_limits<std::int64_t>::max();
   }
@@ -216,17 +216,17 @@ FileC& CopyList::addRecord(const PairProbe& pair) {
   if (keepsExisting_ && pair.destinationId.exists(pair.destination)) {
     file.existing = &records_.existing.emplace_back(pair.destinationStatus);
   }
-  pair.attributes.collect(file);
+  pair.attributes.collect(file, pair.source);
   return file;
 }
 
-void CopyList::addExtent(FileC& file, const SourceAttributes& attributes) {
+void CopyList::addExtent(FileC& file, const PairProbe& pair) {
   TapePosition position;
-  if (attributes.tellPosition(position)) {
+  if (pair.attributes.tellPosition(position)) {
     previous_ = position;
   } else {
     logger->log(kWarning, msg::kCopyListNoPosition, file.fileName);
-    logger->log(kDebug, msg::kCopyListNoPositionPath, file.srcPath);
+    logger->log(kDebug, msg::kCopyListNoPositionPath, pair.source);
     if (file.fileSize == 0) {
       // It has no data on tape, so it may go with the last file that had a position; before the first such
       // file, with those that have none.
@@ -275,6 +275,7 @@ int CopyList::finish() {
     return writes_ ? 1 : 0;
   }
   logger->log(kDebug, msg::kCopyListFilesFound, static_cast<std::int32_t>(sorted_.size()));
+  records_.index.reset();
   globals_.counters.phase.store(RunCounters::Phase::kSorting, std::memory_order_release);
   if (!sortInTapeOrder(sorted_, [this] { return globals_.stopExecution.isSet(); })) return 1;
   if (globals_.stopExecution.isSet()) return 1;

@@ -58,7 +58,7 @@ class CopyList {
   Verdict askUser(const std::string& destination);
   void checkVendor(const PairProbe& pair);
   FileC& addRecord(const PairProbe& pair);
-  void addExtent(FileC& file, const SourceAttributes& attributes);
+  void addExtent(FileC& file, const PairProbe& pair);
   [[nodiscard]] int finish();
   void tellHint() const;
 

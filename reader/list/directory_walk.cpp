@@ -13,6 +13,7 @@
 
 #include "log/logger.h"
 #include "reader/list/wildcard.h"
+#include "reader/record/arena.h"
 
 namespace tamrix {
 
@@ -57,6 +58,7 @@ class Walker {
 
  private:
   void readEntries(const std::string& directory, DIR* dir) {
+    const char* shared = nullptr;
     while (!stop_.isSet()) {
       errno = 0;
       const dirent* const entry = readdir(dir);
@@ -65,11 +67,12 @@ class Walker {
         if (error != 0) report(directory, error);
         return;
       }
-      takeEntry(directory, dir, *entry);
+      takeEntry(directory, dir, *entry, shared);
     }
   }
 
-  void takeEntry(const std::string& directory, DIR* dir, const dirent& entry) {
+  // `shared` is the directory as paths have it, or null until one is needed.
+  void takeEntry(const std::string& directory, DIR* dir, const dirent& entry, const char*& shared) {
     const char* const name = entry.d_name;
     if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) return;
     auto type = static_cast<mode_t>(DTTOIF(entry.d_type));
@@ -84,7 +87,8 @@ class Walker {
     }
     if (type == rules_.type) {
       if (!wildcardMatch(rules_.pattern, name)) return;
-      list_.push_back(join(directory, name));
+      if (shared == nullptr) shared = FilePath::sharedDirectory(join(directory, ""));
+      list_.emplace_back(shared, copyToArena(name));
       found_.add(1);
     } else if (type == S_IFDIR && rules_.recursive) {
       walkDirectory(join(directory, name));

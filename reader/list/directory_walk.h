@@ -8,11 +8,12 @@
 #include <string_view>
 
 #include "pipeline/stage/globals.h"
+#include "reader/record/file_path.h"
 
 namespace tamrix {
 
 // Paths in the order in which directories returned them.
-using PathList = std::deque<std::string>;
+using PathList = std::deque<FilePath>;
 
 // What a walk is for.
 struct WalkRules {

@@ -25,9 +25,12 @@ int FileLister::init() { return 1; }
 
 int FileLister::getNextFile() { return 0; }
 
-std::size_t FileLister::size() const { return 0; }
-
-void FileLister::pair(std::size_t /*number*/, std::string& /*source*/, std::string& /*destination*/) const {}
+void FileLister::takeNext() {
+  pairs_.giveBackBefore(taken_);
+  const FilePair& next = pairs_[taken_++];
+  next.source.copyTo(srcFile_);
+  next.destination.copyTo(dstFile_);
+}
 
 void FileLister::listMatching(PathList& result, const std::string& directory, std::string_view pattern,
                               bool recursive) {

@@ -8,6 +8,7 @@
 #include "config/run_options.h"
 #include "pipeline/stage/globals.h"
 #include "reader/list/directory_walk.h"
+#include "reader/list/numbered_queue.h"
 
 namespace tamrix {
 
@@ -37,11 +38,11 @@ class FileLister {
   // returns 1.
   [[nodiscard]] virtual int init();
 
-  // How many pairs the sequence has, those already freed included. The base has none.
-  virtual std::size_t size() const;
-  // Copies pair `number`, counted from 0, unjudged. REQUIRES: `number` is below size(), and not below that of
-  // the current pair.
-  virtual void pair(std::size_t number, std::string& source, std::string& destination) const;
+  // How many pairs the sequence has, those already freed included.
+  std::size_t size() const { return pairs_.size(); }
+  // Pair `number`, counted from 0, unjudged. REQUIRES: `number` is below size(), and not below that of the
+  // current pair.
+  const FilePair& pair(std::size_t number) const { return pairs_[number]; }
 
   // Takes the next pair: logs it, checks its paths, makes it current, and frees the pairs before it. Returns
   // 0 for a pair, 1 at the end, -1 for a bad entry that ends the run, having logged why. The base returns 0
@@ -58,8 +59,13 @@ class FileLister {
   // Whether `path` keeps the limit on lengths; logs it at kUrgent when not.
   static bool hasAcceptedLength(const std::string& path);
 
+  // Makes the pair that is to be taken next current, whatever its paths, and frees those before it. REQUIRES:
+  // there is one.
+  void takeNext();
+
   std::string srcFile_;
   std::string dstFile_;
+  NumberedQueue<FilePair> pairs_;
   std::size_t taken_ = 0;  // the number of the pair that getNextFile takes next
   PipelineGlobals& globals_;
   const RunOptions& options_;

@@ -13,9 +13,6 @@ namespace tamrix {
 template <class T>
 class NumberedQueue {
  public:
-  NumberedQueue() = default;
-  explicit NumberedQueue(std::deque<T> items) : items_(std::move(items)) {}
-
   void push_back(T item) { items_.push_back(std::move(item)); }
 
   // How many items were put in, those already freed included.

@@ -6,7 +6,7 @@
 
 namespace tamrix {
 
-PairIndex::End::End(const PathIdentity& object, const std::string& path)
+PairIndex::End::End(const PathIdentity& object, std::string_view path)
     : identity(object),
       rest(object.rest(path)),
       hash((object.inode * 31 + object.device) * 31 + pathTextHash(rest)) {}
@@ -16,21 +16,29 @@ bool PairIndex::End::operator==(const End& other) const {
          samePathText(rest, other.rest);
 }
 
+bool PairIndex::Entry::hasSource(const End& wanted) const {
+  const FileIdentity& source = file->listed;
+  return source.inode == wanted.identity.inode && source.device == wanted.identity.device &&
+         wanted.rest.empty();
+}
+
+bool PairIndex::Entry::hasDestination(const End& wanted) const {
+  if (destination->inode != wanted.identity.inode) return false;
+  return End(*destination, file->dstPath.text()) == wanted;
+}
+
 PairIndex::Number PairIndex::findSource(const End& wanted) const {
-  return bySource_.find(wanted.hash, [&](Number number) {
-    return End(entries_[number].source, entries_[number].file->srcPath) == wanted;
-  });
+  return bySource_.find(wanted.hash, [&](Number number) { return entries_[number].hasSource(wanted); });
 }
 
 PairIndex::Number PairIndex::findDestination(const End& wanted) const {
-  return byDestination_.find(wanted.hash, [&](Number number) {
-    return End(entries_[number].destination, entries_[number].file->dstPath) == wanted;
-  });
+  return byDestination_.find(wanted.hash,
+                             [&](Number number) { return entries_[number].hasDestination(wanted); });
 }
 
 PairIndex::Number PairIndex::findDestinationText(const std::string& path, std::size_t hash) const {
   return byDestinationText_.find(
-      hash, [&](Number number) { return samePathText(entries_[number].file->dstPath, path); });
+      hash, [&](Number number) { return samePathText(entries_[number].file->dstPath.text(), path); });
 }
 
 PairClash PairIndex::find(const std::string& srcPath, const PathIdentity& source, const std::string& dstPath,
@@ -49,7 +57,7 @@ PairClash PairIndex::find(const std::string& srcPath, const PathIdentity& source
       std::min(findDestination(destinationEnd), findDestinationText(dstPath, textHash));
   if (sameDestination != NumberTable::kNone) {
     const FileC& earlier = *entries_[sameDestination].file;
-    if (samePathText(earlier.srcPath, srcPath)) return {PairClash::Kind::kDuplicate, &earlier};
+    if (samePathText(earlier.srcPath.text(), srcPath)) return {PairClash::Kind::kDuplicate, &earlier};
   }
 
   PairClash clash;
@@ -66,16 +74,18 @@ PairClash PairIndex::find(const std::string& srcPath, const PathIdentity& source
   return clash;
 }
 
-void PairIndex::add(const FileC& file, const PathIdentity& source, const PathIdentity& destination) {
+void PairIndex::add(const FileC& file, const PathIdentity& destination) {
   const auto number = static_cast<Number>(entries_.size());
-  entries_.push_back({&file, source, destination});
-  const End sourceEnd(source, file.srcPath);
-  const End destinationEnd(destination, file.dstPath);
+  if (destinations_.empty() || destinations_.back() != destination) destinations_.push_back(destination);
+  entries_.push_back({&file, &destinations_.back()});
+  const std::string dstPath = file.dstPath.text();
+  const PathIdentity source = {file.listed.device, file.listed.inode, 0};
+  const End sourceEnd(source, "");
+  const End destinationEnd(destination, dstPath);
   if (findSource(sourceEnd) == NumberTable::kNone) bySource_.add(sourceEnd.hash, number);
   if (findDestination(destinationEnd) == NumberTable::kNone) byDestination_.add(destinationEnd.hash, number);
-  const std::size_t textHash = pathTextHash(file.dstPath);
-  if (findDestinationText(file.dstPath, textHash) == NumberTable::kNone)
-    byDestinationText_.add(textHash, number);
+  const std::size_t textHash = pathTextHash(dstPath);
+  if (findDestinationText(dstPath, textHash) == NumberTable::kNone) byDestinationText_.add(textHash, number);
 }
 
 }  // namespace tamrix

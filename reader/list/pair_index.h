@@ -35,24 +35,27 @@ class PairIndex {
   PairClash find(const std::string& srcPath, const PathIdentity& source, const std::string& dstPath,
                  const PathIdentity& destination) const;
 
-  // Adds a pair that was accepted.
-  void add(const FileC& file, const PathIdentity& source, const PathIdentity& destination);
+  // Adds a pair that was accepted, so its source exists and is the one listed. `destination` is what find was
+  // given.
+  void add(const FileC& file, const PathIdentity& destination);
 
  private:
   using Number = NumberTable::Number;  // an entry's place in entries_
-  struct Entry {
-    const FileC* file;
-    PathIdentity source;
-    PathIdentity destination;
-  };
   // One end of a pair, with what it is looked up by.
   struct End {
-    End(const PathIdentity& object, const std::string& path);
+    End(const PathIdentity& object, std::string_view path);
     bool operator==(const End& other) const;
 
     const PathIdentity& identity;
     const std::string_view rest;
     const std::size_t hash;
+  };
+  struct Entry {
+    const FileC* file;
+    const PathIdentity* destination;  // in destinations_
+
+    bool hasSource(const End& wanted) const;
+    bool hasDestination(const End& wanted) const;
   };
 
   // The first entry with this source, this destination; NumberTable::kNone when there is none.
@@ -62,6 +65,8 @@ class PairIndex {
   Number findDestinationText(const std::string& path, std::size_t hash) const;
 
   std::deque<Entry> entries_;
+  // What is known of them. In a directory that is yet to be made, one does for all.
+  std::deque<PathIdentity> destinations_;
   NumberTable bySource_;       // of entries with the same source, the first
   NumberTable byDestination_;  // likewise
   NumberTable byDestinationText_;

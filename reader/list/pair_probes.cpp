@@ -9,6 +9,8 @@ namespace tamrix {
 namespace {
 
 void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destinations) {
+  pair.paths.source.copyTo(pair.source);
+  pair.paths.destination.copyTo(pair.destination);
   int error = 0;
   pair.sourceId = sources.resolve(pair.source, pair.sourceStatus, error);
   if (destinations != nullptr) {
@@ -67,7 +69,7 @@ void PairProbes::offerFrom(std::size_t first) {
     Batch& batch = (*batches_)[number % kBatches];
     batch.count = std::min(pairsInBatch_, lister_.size() - firstPair);
     for (std::size_t i = 0; i < batch.count; ++i) {
-      lister_.pair(firstPair + i, batch.pairs[i].source, batch.pairs[i].destination);
+      batch.pairs[i].paths = lister_.pair(firstPair + i);
     }
     nextToFill_ = number + 1;
     {

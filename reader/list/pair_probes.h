@@ -19,8 +19,9 @@ namespace tamrix {
 
 // One pair, and what the system told of it.
 struct PairProbe {
-  std::string source;
-  std::string destination;
+  FilePair paths;
+  std::string source;       // the whole path
+  std::string destination;  // likewise
   PathIdentity sourceId;
   PathIdentity destinationId;        // when both ends are examined, like the next but one
   struct stat sourceStatus {};       // when the source exists

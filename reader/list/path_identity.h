@@ -20,6 +20,7 @@ struct PathIdentity {
   // between.
   std::shared_ptr<const std::string> missing = nullptr;
 
+  bool operator==(const PathIdentity&) const = default;
   bool exists(std::string_view path) const { return known == path.size(); }
   // What is left of `path` behind the existing object; empty when the file exists.
   std::string_view rest(std::string_view path) const {

@@ -93,12 +93,12 @@ SourceAttributes::Reading SourceAttributes::readPosition(const char* path, const
   return found.error == 0 ? found : readValue(path, name);
 }
 
-void SourceAttributes::collect(FileC& file) const {
+void SourceAttributes::collect(FileC& file, const std::string& path) const {
   logger->log(kDebug, msg::kCopyListGetXattrs);
   logger->log(kDebug, msg::kCopyListXattrsSize, listError_ == 0 ? static_cast<std::int32_t>(listed_) : -1);
   if (listError_ != 0) {
     if (listError_ != ENOTSUP) {
-      logger->log(kWarning, msg::kAttributesNotListed, file.srcPath, std::strerror(listError_));
+      logger->log(kWarning, msg::kAttributesNotListed, path, std::strerror(listError_));
     }
     return;
   }
@@ -116,7 +116,7 @@ void SourceAttributes::collect(FileC& file) const {
     if (reading.error == 0) {
       file.eaList.add(name, text(reading), reading.length);
     } else {
-      logger->log(kWarning, msg::kAttributesUnreadable, name, file.srcPath, std::strerror(reading.error));
+      logger->log(kWarning, msg::kAttributesUnreadable, name, path, std::strerror(reading.error));
     }
   });
 }

@@ -29,7 +29,8 @@ class SourceAttributes {
   void read(const char* path);
 
   // Adds the user attributes that were read to the record, with a warning for each that could not be read.
-  void collect(FileC& file) const;
+  // `path` is the record's source path.
+  void collect(FileC& file, const std::string& path) const;
 
   // Tells the position that a mounted volume shows of the source. Returns false when it shows none.
   // A start block that is no number counts as 0, a partition that can't be read as 0.

@@ -1,6 +1,6 @@
 #include "reader/list/spec_file_lister.h"
 
-#include <utility>
+#include <string>
 
 #include "log/logger.h"
 
@@ -16,39 +16,35 @@ SpecFileLister::SpecFileLister(PipelineGlobals& globals, const RunOptions& optio
 SpecFileLister::~SpecFileLister() { logger->log(kDebug, msg::kSpecFileListerDestructor); }
 
 int SpecFileLister::init() {
-  PathList found;
-  listMatching(found, options_.srcpath, options_.srcspec, options_.recursive);
-  matched_ = NumberedQueue<std::string>(std::move(found));
+  listMatching(found_, options_.srcpath, options_.srcspec, options_.recursive);
+  const char* last = nullptr;
+  const char* destination = nullptr;
+  for (; !found_.empty() && !globals_.stopExecution.isSet(); found_.pop_front()) {
+    const FilePath& source = found_.front();
+    if (source.directory() != last) {
+      last = source.directory();
+      // What is below the source directory goes to the same place below the destination directory.
+      destination = FilePath::sharedDirectory(options_.dstpath + "/" +
+                                              std::string(last).substr(options_.srcpath.size() + 1));
+    }
+    pairs_.push_back({source, {destination, source.name()}});
+  }
   return 0;
-}
-
-std::size_t SpecFileLister::size() const { return matched_.size(); }
-
-void SpecFileLister::pair(std::size_t number, std::string& source, std::string& destination) const {
-  source = matched_[number];
-  setDestination(source, destination);
 }
 
 int SpecFileLister::getNextFile() {
   if (taken_ == size()) return 1;
-  matched_.giveBackBefore(taken_);
-  const std::string& path = matched_[taken_++];
-  if (!path.starts_with('/')) {
-    logger->log(kUrgent, msg::kSpecFileListerRelativePath, path);
+  takeNext();
+  if (!srcFile_.starts_with('/')) {
+    logger->log(kUrgent, msg::kSpecFileListerRelativePath, srcFile_);
     return -1;
   }
-  logger->log(kDebug, msg::kSpecFileListerNextFile, path);
-  if (!hasAcceptedLength(path)) return -1;
-  srcFile_ = path;
+  logger->log(kDebug, msg::kSpecFileListerNextFile, srcFile_);
+  if (!hasAcceptedLength(srcFile_)) return -1;
   logger->log(kDebug, msg::kSpecFileListerSource, srcFile_);
-  setDestination(path, dstFile_);
   if (!hasAcceptedLength(dstFile_)) return -1;
   logger->log(kDebug, msg::kSpecFileListerDestination, dstFile_);
   return 0;
-}
-
-void SpecFileLister::setDestination(const std::string& source, std::string& destination) const {
-  destination.assign(options_.dstpath).append(1, '/').append(source, options_.srcpath.size() + 1);
 }
 
 }  // namespace tamrix

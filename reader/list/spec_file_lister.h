@@ -1,10 +1,7 @@
 // Pairs from a source directory, a file-name pattern and a destination directory.
 #pragma once
 
-#include <string>
-
 #include "reader/list/file_lister.h"
-#include "reader/list/numbered_queue.h"
 
 namespace tamrix {
 
@@ -19,14 +16,9 @@ class SpecFileLister : public FileLister {
   [[nodiscard]] int init() override;
   // -1: a source that is not absolute, or a path of more than 1024 characters.
   [[nodiscard]] int getNextFile() override;
-  std::size_t size() const override;
-  void pair(std::size_t number, std::string& source, std::string& destination) const override;
 
  private:
-  // The path of `source` below the source directory, below the destination directory.
-  void setDestination(const std::string& source, std::string& destination) const;
-
-  NumberedQueue<std::string> matched_;  // sources; a destination follows from its source
+  PathList found_;  // of init only; a member so that a stop doesn't wait until it is given back
 };
 
 }  // namespace tamrix

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <unordered_set>
+
+#include "reader/record/arena.h"
 
 namespace tamrix {
 
@@ -49,14 +52,29 @@ EaList::Iterator& EaList::Iterator::operator++() {
 void EaList::add(std::string_view name, const void* value, std::size_t valueLength) {
   const char* const shared = sharedName(name);
   const auto length = static_cast<std::uint32_t>(valueLength);
-  packed_.append(reinterpret_cast<const char*>(&shared), sizeof(shared));
-  packed_.append(reinterpret_cast<const char*>(&length), sizeof(length));
-  if (length != 0) packed_.append(static_cast<const char*>(value), length);
-  packed_.push_back('\0');
+  makeRoom(kHeaderSize + valueLength + 1);
+  append(&shared, sizeof(shared));
+  append(&length, sizeof(length));
+  append(value, length);
+  append("", 1);
 }
 
 void EaList::reserve(std::size_t count, std::size_t valueBytes) {
-  if (count != 0) packed_.reserve(packed_.size() + count * (kHeaderSize + 1) + valueBytes);
+  makeRoom(count * (kHeaderSize + 1) + valueBytes);
+}
+
+void EaList::makeRoom(std::size_t bytes) {
+  if (bytes <= room_ - size_) return;
+  const std::size_t room = size_ == 0 ? bytes : std::max<std::size_t>(size_ + bytes, std::size_t{2} * room_);
+  char* const larger = takeFromArena(room);
+  std::copy_n(packed_, size_, larger);
+  packed_ = larger;
+  room_ = static_cast<std::uint32_t>(room);
+}
+
+void EaList::append(const void* data, std::size_t bytes) {
+  std::copy_n(static_cast<const char*>(data), bytes, packed_ + size_);
+  size_ += static_cast<std::uint32_t>(bytes);
 }
 
 EaList::Iterator EaList::find(std::string_view name) const {

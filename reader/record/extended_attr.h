@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
-#include <string>
 #include <string_view>
 
 namespace tamrix {
@@ -16,12 +15,17 @@ struct ExtendedAttr {
   std::size_t valueLength;  // bytes
 };
 
-// Purpose: keeps the attributes of one file in one packed block, in the order in which they were added,
-// because a copy list holds millions of them. Names are kept once per program: files on a volume share them.
+// Purpose: keeps the attributes of one file in one packed piece of the arena, in the order in which they were
+// added, because a copy list holds millions of them. Names are kept once per program: files on a volume share
+// them.
 // Threads: filled by the thread that lists, later by the reader stage's; at no time may two threads fill
 // lists, even different ones. Then read from any thread.
 class EaList {
  public:
+  EaList() = default;
+  EaList(const EaList&) = delete;
+  EaList& operator=(const EaList&) = delete;
+
   class Iterator {
    public:
     using iterator_category = std::input_iterator_tag;
@@ -42,20 +46,26 @@ class EaList {
 
   // Adds an attribute at the end. `name` must not be empty; `value` may be null when `valueLength` is 0.
   void add(std::string_view name, const void* value, std::size_t valueLength);
-  // Makes room for `count` attributes with values of `valueBytes` together, so that adding them allocates
-  // once.
+  // Makes room for `count` attributes with values of `valueBytes` together, so that adding them takes one
+  // piece of just that size.
   void reserve(std::size_t count, std::size_t valueBytes);
+  void clear() { size_ = 0; }
 
   // The first attribute named `name`; end() when there is none.
   Iterator find(std::string_view name) const;
 
-  Iterator begin() const { return Iterator(packed_.data()); }
-  Iterator end() const { return Iterator(packed_.data() + packed_.size()); }
-  bool empty() const { return packed_.empty(); }
+  Iterator begin() const { return Iterator(packed_); }
+  Iterator end() const { return Iterator(packed_ + size_); }
+  bool empty() const { return size_ == 0; }
 
  private:
+  void makeRoom(std::size_t bytes);
+  void append(const void* data, std::size_t bytes);
+
   // Per attribute: pointer to the name, 32-bit value length, the value, NUL; unaligned.
-  std::string packed_;
+  char* packed_ = nullptr;
+  std::uint32_t size_ = 0;  // bytes in use
+  std::uint32_t room_ = 0;  // bytes in all
 };
 
 }  // namespace tamrix

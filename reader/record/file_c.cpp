@@ -1,8 +1,5 @@
 #include "reader/record/file_c.h"
 
-#include <cstring>
-#include <utility>
-
 #include "log/logger.h"
 
 namespace tamrix {
@@ -11,11 +8,6 @@ namespace {
 
 constexpr std::size_t kMaxTextLength = 255;
 constexpr std::int64_t kStatBlock = 512;  // bytes; see stat(2)
-
-const char* baseName(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  return path.c_str() + (slash == std::string::npos ? 0 : slash + 1);
-}
 
 int reportTooLong(const std::string& name) {
   logger->log(kUrgent, msg::kAttributesTooLong, name, static_cast<std::int32_t>(name.size()));
@@ -31,10 +23,10 @@ ExistingDestination::ExistingDestination(const struct stat& status)
       modifyTime(status.st_mtim),
       mode(status.st_mode) {}
 
-FileC::FileC(std::string source, std::string destination, const struct stat& status)
-    : srcPath(std::move(source)),
-      dstPath(std::move(destination)),
-      fileName(baseName(srcPath)),
+FileC::FileC(const FilePair& paths, const struct stat& status)
+    : srcPath(paths.source),
+      dstPath(paths.destination),
+      fileName(srcPath.name()),
       listed(status),
       fileSize(status.st_size),
       accessTime(status.st_atim),

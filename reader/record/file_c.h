@@ -4,10 +4,12 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "reader/record/extended_attr.h"
 #include "reader/record/file_identity.h"
+#include "reader/record/file_path.h"
 
 namespace tamrix {
 
@@ -34,15 +36,15 @@ struct ExistingDestination {
 // Threads: the groups below say which stage's thread may touch a field; the ring orders the stages.
 // Lifetime: owned by the copy list, longer than any buffer or stage that points at it.
 struct FileC {
-  // `status` is what stat(2) returned for `source` when it was listed.
-  FileC(std::string source, std::string destination, const struct stat& status);
+  // `status` is what stat(2) returned for the source when it was listed.
+  FileC(const FilePair& paths, const struct stat& status);
   FileC(const FileC&) = delete;
   FileC& operator=(const FileC&) = delete;
 
   // Constant once the file is listed.
-  const std::string srcPath;
-  const std::string dstPath;
-  const char* const fileName;  // the base name, in srcPath
+  const FilePath srcPath;
+  const FilePath dstPath;
+  const char* const fileName;  // the base name of srcPath
   const FileIdentity listed;   // the file that srcPath meant
   // What was at dstPath; null when nothing was, or when the list was not told to keep it.
   const ExistingDestination* existing = nullptr;
@@ -51,8 +53,14 @@ struct FileC {
   std::int64_t fileSize;  // bytes
   struct timespec accessTime;
   struct timespec modifyTime;
-  std::uint32_t fileMode;  // st_mode
   EaList eaList;           // the source's user attributes, in the file system's order
+  std::uint32_t fileMode;  // st_mode
+
+  // Checksum stage only: as text, once the last byte has passed.
+  std::unique_ptr<const std::string> checksum;
+
+  // Writer stage only: the file that dstPath meant when it was opened.
+  FileIdentity written;
 
   // Set by the reader stage before it passes on the file's last buffer: the source has changed since it was
   // opened.
@@ -63,10 +71,6 @@ struct FileC {
 
   // Checksum stage only.
   AuditResult auditResult = AuditResult::kNotRead;
-  std::string checksum;  // as text, once the last byte has passed
-
-  // Writer stage only: the file that dstPath meant when it was opened.
-  FileIdentity written;
 
   // Copies the value of the attribute `name`, taken as text, into `value` and returns 0; 1 when there is
   // none, or when name or value break the limits (name 1 to 255 characters, value 1 to 255), which is logged.

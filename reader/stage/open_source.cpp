@@ -40,18 +40,19 @@ bool isAsRecorded(const FileC& file, const struct stat& status) {
 
 int OpenSource::open(FileC& file, HoleSearch holes) {
   file_ = &file;
+  file.srcPath.copyTo(path_);
   bytesRead_ = 0;
   offset_ = 0;
   if (openDescriptor() != 0) return 1;
   struct stat status {};
   if (fstat(fd_.get(), &status) != 0) {
     const int error = errno;
-    logger->log(kUrgent, msg::kFileReaderExamineFailed, file.srcPath, std::strerror(error));
+    logger->log(kUrgent, msg::kFileReaderExamineFailed, path_, std::strerror(error));
     fd_ = UniqueFd();
     return 1;
   }
   if (!S_ISREG(status.st_mode)) {
-    logger->log(kUrgent, msg::kFileReaderNotRegular, file.srcPath);
+    logger->log(kUrgent, msg::kFileReaderNotRegular, path_);
     fd_ = UniqueFd();
     return 1;
   }
@@ -61,32 +62,32 @@ int OpenSource::open(FileC& file, HoleSearch holes) {
 }
 
 int OpenSource::openDescriptor() {
-  logger->log(kProgress, msg::kFileReaderOpenFile, file_->srcPath);
+  logger->log(kProgress, msg::kFileReaderOpenFile, path_);
   // Not blocking: what was a regular file when listed may be a FIFO by now.
-  OpenedFile opened = openFile(file_->srcPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0, reader_, stop_);
-  if (opened.error == EWOULDBLOCK) opened = openWaiting(file_->srcPath, O_RDONLY | O_CLOEXEC, reader_, stop_);
+  OpenedFile opened = openFile(path_, O_RDONLY | O_CLOEXEC | O_NONBLOCK, 0, reader_, stop_);
+  if (opened.error == EWOULDBLOCK) opened = openWaiting(path_, O_RDONLY | O_CLOEXEC, reader_, stop_);
   fd_ = std::move(opened.fd);
   if (opened.error == 0) return 0;
   // What a stop broke off is no failure of the file.
   if (opened.error != EINTR)
-    logger->log(kUrgent, msg::kFileReaderOpenFailed, file_->srcPath, std::strerror(opened.error));
+    logger->log(kUrgent, msg::kFileReaderOpenFailed, path_, std::strerror(opened.error));
   return 1;
 }
 
 // Makes the record tell of the file that was found.
 void OpenSource::follow(const struct stat& status) {
   FileC& file = *file_;
-  logger->log(kWarning, msg::kFileReaderChangedSinceListed, file.srcPath);
+  logger->log(kWarning, msg::kFileReaderChangedSinceListed, path_);
   const FileIdentity found(status);
   if (runFiles_ != nullptr && found != file.listed) runFiles_->addOpenedSource(file, found);
   file.fileSize = status.st_size;
   file.accessTime = status.st_atim;
   file.modifyTime = status.st_mtim;
   file.fileMode = status.st_mode;
-  file.eaList = EaList();
+  file.eaList.clear();
   SourceAttributes attributes;
   attributes.read(pathOf(fd_).c_str());
-  attributes.collect(file);
+  attributes.collect(file, path_);
 }
 
 std::optional<SourcePiece> OpenSource::read(char* data, std::int64_t wanted, std::int32_t capacity) {
@@ -96,10 +97,10 @@ std::optional<SourcePiece> OpenSource::read(char* data, std::int64_t wanted, std
     piece.length = reading.bytes;
     if (reading.bytes == 0) {
       if (reading.error == 0) {
-        logger->log(kUrgent, msg::kFileReaderEndedEarly, file_->srcPath, bytesRead_, file_->fileSize);
+        logger->log(kUrgent, msg::kFileReaderEndedEarly, path_, bytesRead_, file_->fileSize);
       } else if (reading.error != EINTR) {  // a stop is no failure of the file
         logger->log(kUrgent, msg::kFileReaderReadFailed, std::strerror(reading.error));
-        logger->log(kUrgent, msg::kFileReaderReadFailedFile, file_->srcPath);
+        logger->log(kUrgent, msg::kFileReaderReadFailedFile, path_);
       }
       fd_ = UniqueFd();
       return std::nullopt;
@@ -151,7 +152,7 @@ int OpenSource::seek(std::int64_t offset) {
   if (lseek(fd_.get(), offset, SEEK_SET) < 0) {
     const int error = errno;
     logger->log(kUrgent, msg::kFileReaderSeekFailed, offset, std::strerror(error));
-    logger->log(kUrgent, msg::kFileReaderSeekFailedFile, file_->srcPath);
+    logger->log(kUrgent, msg::kFileReaderSeekFailedFile, path_);
     fd_ = UniqueFd();
     return 1;
   }
@@ -165,19 +166,19 @@ int OpenSource::close() {
   if (file_->fileSize > 0) {
     if (fstat(fd_.get(), &status) != 0) {
       const int error = errno;
-      logger->log(kUrgent, msg::kFileReaderExamineFailed, file_->srcPath, std::strerror(error));
+      logger->log(kUrgent, msg::kFileReaderExamineFailed, path_, std::strerror(error));
       fd_ = UniqueFd();
       return 1;
     }
     if (!isAsRecorded(*file_, status)) {
-      logger->log(kWarning, msg::kFileReaderChangedWhileRead, file_->srcPath);
+      logger->log(kWarning, msg::kFileReaderChangedWhileRead, path_);
       file_->changedWhileRead = true;
     }
   }
   const int error = fd_.close();
   if (error == 0) return 0;
   logger->log(kUrgent, msg::kFileReaderCloseFailed, std::strerror(error));
-  logger->log(kUrgent, msg::kFileReaderCloseFailedFile, file_->srcPath);
+  logger->log(kUrgent, msg::kFileReaderCloseFailedFile, path_);
   return 1;
 }
 

@@ -74,6 +74,7 @@ class OpenSource {
   RunFiles* const runFiles_;
   UniqueFd fd_;
   FileC* file_ = nullptr;       // the one opened last
+  std::string path_;            // of its source
   std::int64_t bytesRead_ = 0;  // holes included
   std::int64_t offset_ = 0;     // of the next byte to read
   bool mayHaveHoles_ = false;   // it is asked for them, and read by position

@@ -101,7 +101,7 @@ TEST(VolumeMap, cellsTellDataGapsAndFreeRoom) {
       Extent& extent = extents.emplace_back();
       extent.partition = 'b';
       extent.startBlock = start;
-      extent.file = &files.emplace_back("f", "", status);
+      extent.file = &files.emplace_back(FilePair{}, status);
       (void)layout.add(extent);
     }
     EXPECT_EQ(drawVolume(layout, c.freeBlocks * 1000, 10, MapCharacters::kAscii).bars, c.bars);

@@ -65,10 +65,22 @@ TEST(PathText, doubledSlashesAndDotsAreFoldedAndNothingElse) {
   EXPECT_TRUE(samePathText("", "/"));
 }
 
+TEST(FilePath, readsAndComparesLikeItsText) {
+  const std::vector<std::string> texts = textsOver("a/b", 4);
+  for (const std::string& text : texts) {
+    const FilePath path(text);
+    ASSERT_EQ(path.text(), text);
+    for (const std::string& other : texts) {
+      ASSERT_EQ(path < FilePath(other, path), text < other) << text << ' ' << other;
+      ASSERT_EQ(path == other, text == other) << text << ' ' << other;
+    }
+  }
+}
+
 TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
   struct stat status {};
-  FileC zoo("/1/zoo", "/o/zoo", status);
-  FileC ant("/2/ant", "/o/ant", status);
+  FileC zoo({FilePath("/1/zoo"), {}}, status);
+  FileC ant({FilePath("/2/ant"), {}}, status);
   const auto extent = [](std::string_view volume, char partition, std::int64_t block, std::int64_t offset,
                          FileC& file) {
     Extent made;
