@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 #include <system_error>
 
 namespace tamrix::model {
@@ -65,6 +67,15 @@ ChildProcess::~ChildProcess() {
 
 void ChildProcess::signal(int number) const {
   if (pid_ > 0) kill(pid_, number);
+}
+
+bool ChildProcess::hasPendingSignal() const {
+  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("State:\tZ")) return false;
+    if (line.starts_with("ShdPnd:")) return line.find_first_not_of("0\t", 7) != std::string::npos;
+  }
+  return false;
 }
 
 ChildEnd ChildProcess::wait() {

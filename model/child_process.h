@@ -39,6 +39,8 @@ class ChildProcess {
   int handle() const { return handle_; }
   // Does nothing once the end was waited for.
   void signal(int number) const;
+  // Whether a signal was sent that no thread of it has taken yet.
+  bool hasPendingSignal() const;
   // REQUIRES: the end was not waited for.
   ChildEnd wait();
 

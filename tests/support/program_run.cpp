@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <memory>
 #include <sstream>
+#include <thread>
 
 namespace tamrix::test {
 
@@ -116,9 +117,19 @@ void RunningProgram::send(std::string_view text) const {
   (void)!write(input_, text.data(), text.size());  // a line; the program may have ended
 }
 
+void RunningProgram::interrupt(int number) const {
+  signal(number);
+  while (child_->hasPendingSignal()) std::this_thread::yield();
+}
+
 bool RunningProgram::waitForText(std::string_view text) {
+  std::size_t searched[2] = {0, 0};
   do {
-    if (run_.out.find(text) != std::string::npos || run_.err.find(text) != std::string::npos) return true;
+    for (const std::string* const output : {&run_.out, &run_.err}) {
+      std::size_t& from = searched[output == &run_.err ? 1 : 0];
+      if (output->find(text, from) != std::string::npos) return true;
+      from = output->size() - std::min(output->size(), text.size());  // it may have come in part
+    }
   } while (readMore());
   return false;
 }

@@ -55,6 +55,8 @@ class RunningProgram {
   // Writes to the program's standard input.
   void send(std::string_view text) const;
   void signal(int number) const { child_->signal(number); }
+  // The same; waits until the program has taken it. What it writes meanwhile is not read.
+  void interrupt(int number) const;
   // Waits until the program has written `text` to either stream; false when it ended without.
   [[nodiscard]] bool waitForText(std::string_view text);
   // Waits for the program's end.
