@@ -17,9 +17,11 @@
 //   progress          how a run is going, for a terminal: pace follows its speed, progress_text writes it
 //   json_lines, whole_file  reports; files that are there when they are complete
 //   audit_results     what an audit ends with: sums, map, and audit_report, the file of JSON lines
-// reader/stage/     file_reader_module, the first stage: reads the files in tape order; open_source, one file
+// reader/stage/     file_reader_module, the first stage: reads the files in tape order; open_source, one file;
+//                   source_cache, what it leaves in the page cache
 // writer/           the stages after it
 //   file_writer_module  the last stage: buffers into destinations
+//   write_behind      in a long run, writes back early and drops from the page cache
 //   open_destination  one destination from its opening to its end; open_for_writing, make_subdir and
 //                     copied_times help
 //   modsum64_process_module, sparse_process_module  the optional stages; byte_scan does their work
@@ -37,6 +39,7 @@
 //   module_checksum   comparing and storing checksums
 //   globals           what all stages share; run_event wakes the main thread, run_counters tell how far it is
 //   open_file         opening what may have to be waited for
+//   page_cache        what a long run gives back, and when a run is long
 // pipeline/ring/    buffer_q, the ring: how buffers travel; buffer_pool makes it, size_text reads sizes
 //   reader_lead       how far the reader may be ahead; thread_usage tells whether it waits for its source
 // reader/record/    file_c, extended_attr, extent: what buffers point at

@@ -8,12 +8,14 @@ FileWriterModule::FileWriterModule(PipelineGlobals& globals, const RunOptions& o
     : WriterModule(globals, options),
       sparseMode_(globals.sparseMode != 0 ? SparseMode::kOn : SparseMode::kOff),
       runFiles_(runFiles) {
+  if (PageCache::runLength(globals.totalBytes) == RunLength::kLong) writeBehind_.emplace(globals);
   logger->log(kDebug, msg::kFileWriterConstructorProps);
 }
 
 FileWriterModule::~FileWriterModule() { logger->log(kDebug, msg::kFileWriterDestructor); }
 
 int FileWriterModule::emptyBuffer(BufferSlot& slot) {
+  if (writeBackHasFailed()) return fail();
   totalLength_ += slot.length;
   if (logger->level() <= kProgress) {
     logger->log(kProgress, msg::kFileWriterBuffer, slot.file->srcPath.text());
@@ -31,7 +33,7 @@ int FileWriterModule::emptyBuffer(BufferSlot& slot) {
               static_cast<long long>(slot.offset));
   const bool skips = sparseMode_ == SparseMode::kOn && slot.sparseBlock != 0;
   if ((skips ? destination.skipZeros(slot) : destination.write(slot)) != 0) {
-    destination.discard();
+    if (!writeBackHasFailed()) destination.discard();  // else finish() says why first
     return fail();
   }
   if (slot.endOfFile == 0) return 0;
@@ -47,14 +49,30 @@ int FileWriterModule::openDestination(FileC& file) {
   logger->log(kDebug, msg::kFileWriterNewFile, destination);
   logger->log(kInfo, msg::kFileWriterCopy, file.srcPath.text(), destination);
   // Put on the list before it is opened: should that fail, no file is left behind that is not on the list.
-  const auto entry = openList_.try_emplace(file.srcPath, file, *this, globals_.stopExecution).first;
+  const auto entry =
+      openList_.try_emplace(file.srcPath, file, *this, globals_.stopExecution, writeBehind()).first;
   current_ = &entry->second;
   return current_->open(runFiles_, sparseMode_);
 }
 
 void FileWriterModule::finish() {
+  if (writeBehind_) {
+    const WriteBehind::Failure failure = writeBehind_->end();
+    if (failure.file != nullptr) discardWrittenBack(failure);
+  }
   // No half file stays behind.
   for (auto& [source, destination] : openList_) destination.discard();
+}
+
+void FileWriterModule::discardWrittenBack(const WriteBehind::Failure& failure) {
+  exitCode_ = 1;
+  FileC& file = failure.file->record();
+  if (const auto open = openList_.find(file.srcPath); open != openList_.end()) {
+    open->second.discardFor(failure.error);
+  } else if (failure.file->isComplete) {
+    OpenDestination(file, *this, globals_.stopExecution, nullptr).takeBack(failure.error);
+    --globals_.filesCopied;
+  }
 }
 
 int FileWriterModule::fail() {

@@ -3,12 +3,14 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 
 #include "pipeline/stage/stages.h"
 #include "reader/record/file_c.h"
 #include "reader/record/run_files.h"
 #include "writer/copied_times.h"
 #include "writer/open_destination.h"
+#include "writer/write_behind.h"
 
 namespace tamrix {
 
@@ -26,13 +28,16 @@ namespace tamrix {
 //   giving it its length (sparse)              deleted             ERROR         ends
 //   seeking, writing, closing                  deleted             ERROR         ends
 //   a byte unaccounted for                     deleted             ERROR         ends
+//   writing back, in a long run                deleted             ERROR         ends
+//     found when the file was complete         deleted             a second one  ends
 //   unlocking when complete                    left                none          ends
 //   times, an attribute                        kept                WARNING       goes on
 //   the run ends in mid-file                   deleted             ERROR         -
 //
 // What is deleted is the file that was opened, where a link leads to it as well, while it is open and locked;
 // after a failed close it is locked anew. When its name belongs to another file by then, or another process
-// has locked it, it is left. A device or FIFO is never deleted.
+// has locked it, it is left. A device or FIFO is never deleted. Only a long run (see PageCache) looks at what
+// write-back says, and only until it ends.
 //
 // Threads and lifetime: as Module. The records that buffers point at outlive it, as do the run's files.
 class FileWriterModule : public WriterModule {
@@ -45,15 +50,20 @@ class FileWriterModule : public WriterModule {
   [[nodiscard]] int emptyBuffer(BufferSlot& slot) override;
 
  protected:
-  // Discards every destination that is still open: no half file stays behind.
+  // Ends write-back, and discards the file at which it failed and every destination that is still open: no
+  // half file stays behind.
   void finish() override;
 
  private:
   [[nodiscard]] int openDestination(FileC& file);
   [[nodiscard]] int fail();
+  WriteBehind* writeBehind() { return writeBehind_ ? &*writeBehind_ : nullptr; }
+  bool writeBackHasFailed() const { return writeBehind_ && writeBehind_->hasFailed(); }
+  void discardWrittenBack(const WriteBehind::Failure& failure);
 
   const SparseMode sparseMode_;
   RunFiles& runFiles_;
+  std::optional<WriteBehind> writeBehind_;        // only in a long run
   std::map<FilePath, OpenDestination> openList_;  // destinations being written, by source path
   OpenDestination* current_ = nullptr;            // the one that the last buffer went to
   TimesAtClose timesAtClose_;

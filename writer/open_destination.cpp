@@ -138,6 +138,7 @@ int OpenDestination::write(const BufferSlot& slot) {
   // A short write is not tried again: the bytes that it left out are missing when the file is completed.
   bytesWritten_ += written.bytes;
   writeOffset_ = offset + written.bytes;
+  windows_.add(file_, fd_.get(), {offset, writeOffset_});
   return 0;
 }
 
@@ -193,8 +194,10 @@ int OpenDestination::complete(TimesAtClose& timesAtClose) {
   }
   const std::vector<const char*> refused = copyAttributes();
   CopiedTimes times(fd_.get(), file_, timesAtClose);
+  windows_.end(file_, fd_.get());
   if (release() != 0) return 1;
 
+  windows_.noteComplete();
   const int timesError = times.finish();
   if (timesError != 0) logger->log(kWarning, msg::kFileWriterTimesFailed, std::strerror(timesError));
   for (const char* name : refused) logger->log(kWarning, msg::kFileWriterXattrFailed, name);
@@ -237,6 +240,19 @@ int OpenDestination::unlock() const {
   if (error == 0) return 0;
   logger->log(kUrgent, msg::kFileWriterUnlockFailed, file_.fileName, std::strerror(error));
   return 1;
+}
+
+void OpenDestination::discardFor(int error) {
+  logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(error));
+  tellName();
+  discard();
+}
+
+void OpenDestination::takeBack(int error) {
+  logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(error));
+  tellName();
+  reportAndRemove();
+  (void)fd_.close();
 }
 
 void OpenDestination::discard() {

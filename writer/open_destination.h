@@ -11,6 +11,7 @@
 #include "reader/record/run_files.h"
 #include "reader/record/unique_fd.h"
 #include "writer/copied_times.h"
+#include "writer/write_behind.h"
 
 namespace tamrix {
 
@@ -27,10 +28,10 @@ enum class SparseMode { kOff, kOn };
 // Threads: the writer's. Lifetime: from a file's first buffer to its last; the record outlives it.
 class OpenDestination {
  public:
-  // Opens nothing yet. `writer` is the thread that opens and writes; `stop` interrupts it. All must outlive
-  // this.
-  OpenDestination(FileC& file, Thread& writer, const StopFlag& stop)
-      : file_(file), path_(file.dstPath.text()), writer_(writer), stop_(stop) {}
+  // Opens nothing yet. `writer` is the thread that opens and writes; `stop` interrupts it; `behind` writes
+  // back, or is null. All must outlive this.
+  OpenDestination(FileC& file, Thread& writer, const StopFlag& stop, WriteBehind* behind)
+      : file_(file), path_(file.dstPath.text()), writer_(writer), stop_(stop), windows_(behind) {}
   OpenDestination(const OpenDestination&) = delete;
   OpenDestination& operator=(const OpenDestination&) = delete;
 
@@ -54,6 +55,12 @@ class OpenDestination {
   // Closes, reports and removes a file that is not complete; a file that was there before and has not been
   // changed stays. Does nothing when no file is under way.
   void discard();
+  // As discard, after a message that writing has failed with `error`.
+  void discardFor(int error);
+
+  // The same for a file that was completed by another object of this class, which this one has not opened. It
+  // is left when its name belongs to another file by then, or another process has locked it.
+  void takeBack(int error);
 
  private:
   // What came of writing: how many bytes, and the error number with which it ended, EINTR for a stop.
@@ -79,6 +86,7 @@ class OpenDestination {
   const std::string path_;  // the destination's
   Thread& writer_;
   const StopFlag& stop_;
+  WrittenWindows windows_;
   UniqueFd fd_;
   bool isMade_ = false;      // for this pair: there was no such file
   bool isTouched_ = false;   // what was there is lost

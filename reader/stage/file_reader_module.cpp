@@ -6,7 +6,9 @@ namespace tamrix {
 
 FileReaderModule::FileReaderModule(PipelineGlobals& globals, const RunOptions& options, const CopyList& list,
                                    RunFiles* runFiles)
-    : ReaderModule(globals, options), copyList_(list), source_(*this, globals.stopExecution, runFiles) {
+    : ReaderModule(globals, options),
+      copyList_(list),
+      source_(*this, globals.stopExecution, runFiles, PageCache::runLength(globals.totalBytes)) {
   logger->log(kDebug, msg::kFileReaderConstructorGlobals);
   if (!list.extents().empty()) remaining_ = list.extents().front()->byteCount;
 }

@@ -57,6 +57,7 @@ int OpenSource::open(FileC& file, HoleSearch holes) {
     return 1;
   }
   if (FileIdentity(status) != file.listed || !isAsRecorded(file, status)) follow(status);
+  cache_.begin(fd_.get(), file.fileSize);
   mayHaveHoles_ = holes == HoleSearch::kOn && status.st_blocks * kStatBlock < file.fileSize;
   return 0;
 }
@@ -111,6 +112,7 @@ std::optional<SourcePiece> OpenSource::read(char* data, std::int64_t wanted, std
   }
   bytesRead_ += piece.length;
   offset_ += piece.length;
+  cache_.hasRead(fd_.get(), offset_);
   return piece;
 }
 
@@ -175,6 +177,7 @@ int OpenSource::close() {
       file_->changedWhileRead = true;
     }
   }
+  cache_.end(fd_.get());
   const int error = fd_.close();
   if (error == 0) return 0;
   logger->log(kUrgent, msg::kFileReaderCloseFailed, std::strerror(error));

@@ -11,6 +11,7 @@
 #include "reader/record/file_c.h"
 #include "reader/record/run_files.h"
 #include "reader/record/unique_fd.h"
+#include "reader/stage/source_cache.h"
 
 namespace tamrix {
 
@@ -32,8 +33,8 @@ class OpenSource {
  public:
   // `reader` is the thread that opens and reads, `stop` what breaks that off. `runFiles` is told which files
   // are read; null where none are written. All must outlive this.
-  OpenSource(Thread& reader, const StopFlag& stop, RunFiles* runFiles)
-      : reader_(reader), stop_(stop), runFiles_(runFiles) {}
+  OpenSource(Thread& reader, const StopFlag& stop, RunFiles* runFiles, RunLength length)
+      : reader_(reader), stop_(stop), runFiles_(runFiles), cache_(length) {}
 
   bool isOpen() const { return fd_.isOpen(); }
   // Whether every byte that the file had at its opening was read.
@@ -73,6 +74,7 @@ class OpenSource {
   const StopFlag& stop_;
   RunFiles* const runFiles_;
   UniqueFd fd_;
+  SourceCache cache_;
   FileC* file_ = nullptr;       // the one opened last
   std::string path_;            // of its source
   std::int64_t bytesRead_ = 0;  // holes included

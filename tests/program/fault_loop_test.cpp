@@ -2,10 +2,15 @@
 // absent or complete, and status and messages say which.
 //
 // The faults come from a preloaded shared object (tests/support/fault_shim.cpp).
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <cstring>
 #include <tuple>
 
+#include "reader/record/unique_fd.h"
 #include "tests/program/copy_scene.h"
 
 namespace tamrix {
@@ -81,6 +86,29 @@ TEST(FailedStat, ofADirectoryHidesNothingInIt) {
     EXPECT_EQ(run.status, 1) << n << run;
     EXPECT_TRUE(test::readFile(b) == std::string(3000000, 'b')) << n << run;
   }
+}
+
+// The file may be complete when the error comes: the run waits for a second one then, which this process
+// holds.
+TEST(FailedWriteBack, takesTheFileBack) {
+  const CopyScene scene;
+  const std::string a = scene.addSource("a", std::string(20 << 20, 'a'));
+  // As large as the memory, so that the run is a long one, and nearly all hole.
+  std::filesystem::resize_file(a, static_cast<std::uintmax_t>(sysconf(_SC_PHYS_PAGES)) *
+                                      static_cast<std::uintmax_t>(sysconf(_SC_PAGESIZE)));
+  std::signal(SIGIO, SIG_IGN);
+  const UniqueFd b(open(scene.addSource("b").c_str(), O_RDWR | O_CLOEXEC));
+  if (fcntl(b.get(), F_SETLEASE, F_WRLCK) != 0) GTEST_SKIP() << "no leases here";
+  const std::string to = scene.destination("a");
+  const ProgramRun run =
+      runWithFault(scene, scene.args({"-sparse"}), {"sync_file_range", "errno", EIO}, 2, to);
+  EXPECT_EQ(run.status, 1) << run;
+  for (const std::string& line :
+       {text(msg::kFileWriterFailed, strerror(EIO)), text(msg::kFileWriterFailedFile, to),
+        text(msg::kFileWriterStatusError, a, to), text(msg::kFileWriterDeleted, to),
+        text(msg::kMainFilesNotCopied, 0, 2)})
+    EXPECT_EQ(run.count(line), 1) << line << run;
+  EXPECT_FALSE(std::filesystem::exists(to)) << run;
 }
 
 class FaultLoop : public testing::TestWithParam<std::tuple<Call, From, bool>> {};

@@ -4,8 +4,9 @@
 //     TAMRIX_FAULT_LOG=FILE                         made when the fault has fired
 //
 // CALL is open, read, write, lseek, ftruncate, close, fcntl, utimes, fsetxattr, getxattr, listxattr, stat,
-// mkdir, readdir or malloc; the NTH (from 1) such call on a path that contains PATH is hit. ACTION is "errno"
-// (fails with VALUE) or "short" (read and write: at most VALUE bytes). malloc looks at no path.
+// mkdir, readdir, sync_file_range or malloc; the NTH (from 1) such call on a path that contains PATH is hit.
+// ACTION is "errno" (fails with VALUE) or "short" (read and write: at most VALUE bytes). malloc looks at no
+// path.
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -143,6 +144,8 @@ STAND_IN(int, fstat64, (int fd, struct stat64* status) noexcept, "stat", fd, fd,
 STAND_IN(int, fstatat64, (int fd, const char* path, struct stat64* status, int flags) noexcept,
          "stat", fd, fd, path, status, flags)
 STAND_IN(int, mkdir, (const char* path, mode_t mode) noexcept, "mkdir", path, path, mode)
+STAND_IN(int, sync_file_range, (int fd, off64_t from, off64_t length, unsigned flags), "sync_file_range", fd, fd,
+         from, length, flags)
 STAND_IN(struct dirent64*, readdir64, (DIR* directory), "readdir", dirfd(directory), directory)
 // clang-format on
 
