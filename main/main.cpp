@@ -31,7 +31,7 @@
 //   directory_walk    walking a tree; wildcard matches names
 //   copy_list         which pairs are copied, in which order
 //   pair_index        duplicates and conflicts; path_identity tells which file a path means
-//   pair_probes       what the system tells of the pairs, gathered ahead by a second thread
+//   pair_probes       what the system tells of the pairs, gathered ahead by further threads
 //   source_attributes extended attributes of a source, its position on tape, the vendor check
 //   overwrite_prompt  the question of -interactive
 // pipeline/stage/   what every stage is

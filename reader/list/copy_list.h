@@ -16,7 +16,7 @@ namespace tamrix {
 // Purpose: takes every pair from the listers, drops or refuses what can't be copied, makes a record and an
 // extent of each accepted file, reads where it lies, and sorts the extents into tape order. Sees to it that
 // at least one side of the copy is on a volume of the expected vendor. Threads: getList on one thread, which
-// may start another (see PairProbes); afterwards the reader stage walks `extents`. Lifetime: a run's; but the
+// may start others (see PairProbes); afterwards the reader stage walks `extents`. Lifetime: a run's; but the
 // records that buffers point at, and whatever else may be millions of pieces, live until the process ends,
 // which giving them back would delay: most of all after a stop.
 class CopyList {

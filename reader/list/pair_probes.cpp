@@ -3,10 +3,18 @@
 #include <algorithm>
 #include <chrono>
 #include <new>
+#include <optional>
+
+#include "pipeline/ring/thread_usage.h"
+#include "pipeline/stage/thread.h"
 
 namespace tamrix {
 
 namespace {
+
+// A pair that took longer than this on average may have been waited for. On a fast file system it takes about
+// a tenth.
+constexpr std::chrono::microseconds kSlowPair(100);
 
 void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destinations) {
   pair.paths.source.copyTo(pair.source);
@@ -24,14 +32,30 @@ void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destination
 
 }  // namespace
 
-PairProbes::PairProbes(const FileLister& lister, const StopFlag& stop, When when, Ends ends)
-    : Thread("prober"),
-      lister_(lister),
+class PairProbes::Helper : public Thread {
+ public:
+  explicit Helper(PairProbes& probes) : Thread("prober"), probes_(probes) {}
+
+  void run() override {
+    const MayWait mayWait(*this);
+    probes_.help();
+  }
+
+ private:
+  PairProbes& probes_;
+};
+
+PairProbes::PairProbes(const FileLister& lister, const StopFlag& stop, When when, Ends ends,
+                       std::size_t mostHelpers)
+    : lister_(lister),
       stop_(stop),
       ahead_(when == When::kAhead),
       ends_(ends),
       pairsInBatch_(ahead_ ? kPairs : 1),
-      batches_(std::make_unique<std::array<Batch, kBatches>>()) {}
+      // For a single batch the caller is enough.
+      mostHelpers_(ahead_ && lister.size() > kPairs ? mostHelpers : 0) {
+  helpers_.reserve(mostHelpers_);
+}
 
 PairProbes::~PairProbes() {
   {
@@ -39,11 +63,13 @@ PairProbes::~PairProbes() {
     ended_ = true;
   }
   changed_.notifyAll();
-  while (isRunning()) {
-    if (stop_.isSet()) interrupt();
-    helperEnded_.waitFor(kInterruptRound);
+  for (const std::unique_ptr<Helper>& helper : helpers_) {
+    while (helper->isRunning()) {
+      if (stop_.isSet()) interruptHelpers();
+      helperEnded_.waitFor(Thread::kInterruptRound);
+    }
+    helper->join();
   }
-  join();
 }
 
 const PairProbe* PairProbes::at(std::size_t number) {
@@ -51,30 +77,47 @@ const PairProbe* PairProbes::at(std::size_t number) {
   const std::size_t place = number % pairsInBatch_;
   if (place == 0) {
     if (!ahead_) resolvers_ = {};
+    startHelpers();
     offerFrom(batch);
-    // Without a thread the caller probes them all.
-    if (number == 0 && ahead_ && lister_.size() > kPairs) (void)start(&helperEnded_);
     const Outcome outcome = awaitOutcome(batch);
     if (outcome == Outcome::kNoMemory) throw std::bad_alloc();
     if (outcome == Outcome::kStopped) return nullptr;
   }
-  return &(*batches_)[batch % kBatches].pairs[place];
+  return &batches_[batch % kPlaces]->pairs[place];
+}
+
+void PairProbes::startHelpers() {
+  std::size_t wanted = 0;
+  {
+    const MutexLock lock(mutex_);
+    wanted = helpersWanted_;
+  }
+  while (helpers_.size() < std::min(wanted, mostHelpers_)) {
+    helpers_.push_back(std::make_unique<Helper>(*this));
+    if (helpers_.back()->start(&helperEnded_) == 0) continue;
+    // Those that there are, and the caller, do it all.
+    helpers_.pop_back();
+    mostHelpers_ = helpers_.size();
+  }
+}
+
+void PairProbes::interruptHelpers() {
+  for (const std::unique_ptr<Helper>& helper : helpers_) helper->interrupt();
 }
 
 void PairProbes::offerFrom(std::size_t first) {
-  const std::size_t end = first + (ahead_ ? kBatches : 1);
+  const std::size_t end = first + (ahead_ ? 2 * (helpers_.size() + 1) : 1);
   for (std::size_t number = nextToFill_; number < end; ++number) {
     const std::size_t firstPair = number * pairsInBatch_;
     if (firstPair >= lister_.size()) return;
-    Batch& batch = (*batches_)[number % kBatches];
-    batch.count = std::min(pairsInBatch_, lister_.size() - firstPair);
-    for (std::size_t i = 0; i < batch.count; ++i) {
-      batch.pairs[i].paths = lister_.pair(firstPair + i);
-    }
+    std::unique_ptr<Batch>& batch = batches_[number % kPlaces];
+    if (batch == nullptr) batch = std::make_unique<Batch>();
+    batch->count = std::min(pairsInBatch_, lister_.size() - firstPair);
+    for (std::size_t i = 0; i < batch->count; ++i) batch->pairs[i].paths = lister_.pair(firstPair + i);
     nextToFill_ = number + 1;
     {
       const MutexLock lock(mutex_);
-      outcomes_[number % kBatches] = Outcome::kPending;
+      outcomes_[number % kPlaces] = Outcome::kPending;
       offered_ = nextToFill_;
     }
     changed_.notifyAll();
@@ -85,19 +128,18 @@ PairProbes::Outcome PairProbes::awaitOutcome(std::size_t batch) {
   for (;;) {
     {
       const MutexLock lock(mutex_);
-      // The helper is at work on the batch that is wanted, and there is no other to probe meanwhile.
-      while (claimed_ == offered_ && outcomes_[batch % kBatches] == Outcome::kPending) {
-        changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + kInterruptRound);
-        if (stop_.isSet()) interrupt();
+      // A helper is at work on the batch that is wanted, and there is no other to probe meanwhile.
+      while (claimed_ == offered_ && outcomes_[batch % kPlaces] == Outcome::kPending) {
+        changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + Thread::kInterruptRound);
+        if (stop_.isSet()) interruptHelpers();
       }
-      if (outcomes_[batch % kBatches] != Outcome::kPending) return outcomes_[batch % kBatches];
+      if (outcomes_[batch % kPlaces] != Outcome::kPending) return outcomes_[batch % kPlaces];
     }
     probeNext(resolvers_);
   }
 }
 
-void PairProbes::run() {
-  const MayWait mayWait(*this);
+void PairProbes::help() {
   Resolvers resolvers;
   for (;;) {
     {
@@ -111,15 +153,30 @@ void PairProbes::run() {
 
 void PairProbes::probeNext(Resolvers& resolvers) {
   std::size_t place = 0;
+  bool isSlow = false;
   {
     const MutexLock lock(mutex_);
     if (claimed_ == offered_) return;
-    place = claimed_++ % kBatches;
+    place = claimed_++ % kPlaces;
+    isSlow = isSlow_ && ahead_ && helpersWanted_ < kMostHelpers;
   }
-  const Outcome outcome = probe((*batches_)[place], resolvers);
+  Batch& batch = *batches_[place];
+  // Asking for the usage takes some calls of its own.
+  std::optional<ThreadUsage> before;
+  if (isSlow) before = ThreadUsage::now();
+  const auto begun = std::chrono::steady_clock::now();
+  const Outcome outcome = probe(batch, resolvers);
+  isSlow = std::chrono::steady_clock::now() - begun > kSlowPair * batch.count;
+  std::size_t more = 0;
+  if (isSlow && before) {
+    const ThreadUsage usage = ThreadUsage::now() - *before;
+    if (usage.asleep() * 2 > usage.clock) more = 1;
+  }
   {
     const MutexLock lock(mutex_);
     outcomes_[place] = outcome;
+    isSlow_ = isSlow;
+    helpersWanted_ = std::min(helpersWanted_ + more, kMostHelpers);
   }
   changed_.notifyAll();
 }

@@ -9,8 +9,8 @@ namespace tamrix {
 // Purpose: directories are few and names many. So a path is two pointers: to its directory, which is stored
 // once per program and shared by all paths in it, and to its name, which a source and its destination may
 // share.
-// Threads: making one that stores something is for one thread at a time, as for the arena; the rest is for
-// any. Lifetime: a value; what it points at lives until the process ends.
+// Threads: what stores something is for one thread at a time, as the arena is; the rest is for any.
+// Lifetime: a value; what it points at lives until the process ends.
 class FilePath {
  public:
   // The empty path.
