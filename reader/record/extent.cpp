@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string_view>
 
 #include "reader/record/file_c.h"
@@ -15,9 +16,41 @@ namespace {
 struct SortEntry {
   std::uint32_t volume;  // rank of the volume's UUID
   signed char partition;
-  std::int64_t startBlock;
+  std::uint64_t key;  // see keyOf
   Extent* extent;
 };
+
+// How many bytes all names of extents without a position begin with: in series of names, these are most.
+class SharedBeginning {
+ public:
+  void add(const Extent& extent) {
+    if (extent.partition != Extent::kNoPartition) return;
+    const std::string_view name = extent.file->fileName;
+    if (!text_) text_ = name;
+    const auto differs = std::mismatch(text_->begin(), text_->end(), name.begin(), name.end()).first;
+    text_ = text_->substr(0, static_cast<std::size_t>(differs - text_->begin()));
+  }
+  std::size_t length() const { return text_ ? text_->size() : 0; }
+
+ private:
+  std::optional<std::string_view> text_;
+};
+
+// A number whose order is that of start blocks or, without a position, of the names' first bytes behind the
+// `shared` ones that all begin with; equal where those are.
+std::uint64_t keyOf(const Extent& extent, std::size_t shared) {
+  if (extent.partition != Extent::kNoPartition) {
+    constexpr std::uint64_t kSign = std::uint64_t{1} << 63;
+    return static_cast<std::uint64_t>(extent.startBlock) ^ kSign;
+  }
+  std::uint64_t key = 0;
+  const char* name = extent.file->fileName + shared;
+  for (std::size_t i = 0; i < sizeof(key); ++i) {
+    key = key << 8 | static_cast<unsigned char>(*name);
+    if (*name != '\0') ++name;
+  }
+  return key;
+}
 
 // Thrown to leave a sort.
 struct Stopped {};
@@ -26,7 +59,7 @@ constexpr std::uint32_t kStepsBetweenLooks = 4096;
 bool entryLess(const SortEntry& a, const SortEntry& b) {
   if (a.volume != b.volume) return a.volume < b.volume;
   if (a.partition != b.partition) return a.partition < b.partition;
-  if (a.partition != Extent::kNoPartition && a.startBlock != b.startBlock) return a.startBlock < b.startBlock;
+  if (a.key != b.key) return a.key < b.key;
   return extentLess(*a.extent, *b.extent);
 }
 
@@ -48,9 +81,11 @@ bool sortInTapeOrder(std::vector<Extent*>& extents, const std::function<bool()>&
   };
   try {
     std::map<std::string_view, std::uint32_t> volumes;
+    SharedBeginning shared;
     for (const Extent* extent : extents) {
       step();
       volumes.try_emplace(extent->volumeUuid.data());
+      shared.add(*extent);
     }
     std::uint32_t rank = 0;
     for (auto& volume : volumes) volume.second = rank++;
@@ -59,8 +94,8 @@ bool sortInTapeOrder(std::vector<Extent*>& extents, const std::function<bool()>&
     entries.reserve(extents.size());
     for (Extent* extent : extents) {
       step();
-      entries.push_back(
-          {volumes.at(extent->volumeUuid.data()), extent->partition, extent->startBlock, extent});
+      entries.push_back({volumes.at(extent->volumeUuid.data()), extent->partition,
+                         keyOf(*extent, shared.length()), extent});
     }
     std::stable_sort(entries.begin(), entries.end(), [&](const SortEntry& a, const SortEntry& b) {
       step();

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <deque>
 #include <random>
 #include <string>
 #include <vector>
@@ -109,14 +110,25 @@ TEST(ExtentOrder, isByVolumePartitionBlockOffsetAndByNameWithoutAPosition) {
       EXPECT_EQ(extentLess(ordered[i], ordered[j]), i < j) << i << ' ' << j;
     }
   }
-  // On random records it is an order.
+  // On random records it is an order, and the one that they are sorted by.
+  std::deque<FileC> files;
+  for (const char* name :
+       {"ant", "ant-hills-10", "ant-hills-11", "ant-hills", "ant-hill", "ant\xe4", "antler"}) {
+    files.emplace_back(FilePair{FilePath(name), {}}, status);
+  }
   std::minstd_rand random(1);
   std::vector<Extent> copies;
   for (int i = 0; i < 100; ++i) {
     copies.push_back(extent(random() % 2 == 0 ? "" : "1-uuid", "?a\0b"[random() % 4],
-                            static_cast<std::int64_t>(random() % 3), static_cast<std::int64_t>(random() % 2),
-                            random() % 2 == 0 ? ant : zoo));
+                            static_cast<std::int64_t>(random() % 3) - 1,
+                            static_cast<std::int64_t>(random() % 2), files[random() % files.size()]));
   }
+  std::vector<Extent*> sorted;
+  for (Extent& copy : copies) sorted.push_back(&copy);
+  std::vector<Extent*> expected = sorted;
+  std::ranges::stable_sort(expected, [](const Extent* a, const Extent* b) { return extentLess(*a, *b); });
+  ASSERT_TRUE(sortInTapeOrder(sorted, [] { return false; }));
+  EXPECT_EQ(sorted, expected);
   for (const Extent& a : copies) {
     for (const Extent& b : copies) {
       ASSERT_FALSE(extentLess(a, b) && extentLess(b, a));
