@@ -16,13 +16,14 @@
 #include <thread>
 
 #include "bench/comparison.h"
+#include "config/known_properties.h"
+#include "config/properties.h"
 #include "config/run_options.h"
 #include "log/logger.h"
 #include "pipeline/ring/buffer_q.h"
 #include "pipeline/stage/globals.h"
 #include "reader/list/pair_index.h"
 #include "reader/record/file_c.h"
-#include "tests/support/wide_properties.h"
 
 namespace {
 
@@ -160,7 +161,12 @@ int main(int argc, char** argv) {
   Logger log(open("/dev/null", O_WRONLY | O_CLOEXEC), open("/dev/null", O_WRONLY | O_CLOEXEC));
   if (log.LoadMessage("tamrix") != 0 || log.init(kUrgent) != 0) return 1;
   logger = &log;
-  const test::WideProperties store({{"total-buffer-size", "4MB"}, {"buffer-size", "4KB"}});
+  Properties store(programProperties());
+  properties = &store;
+  if (!store.setDefaults() || store.addProperty("total-buffer-size", "4MB") != 0 ||
+      store.addProperty("buffer-size", "4KB") != 0) {
+    return 1;
+  }
 
   std::thread([] {}).join();  // a process that never had a second thread gets cheaper locks
   benchmark::RegisterBenchmark("four locks", fourLocks);
