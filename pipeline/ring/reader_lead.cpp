@@ -22,6 +22,9 @@ ReaderLead::ReaderLead(std::int64_t bufferSize, std::int64_t bufferCount)
       limit_(short_) {}
 
 bool ReaderLead::readerShouldWake(std::int64_t freeBuffers) const {
+  if (limit_ > short_) {
+    return freeBuffers >= stageBuffers_ && (limit_ == whole_ || bytes_ <= limit_ - kStageBytes);
+  }
   return freeBuffers >= std::max<std::int64_t>(1, bufferCount_ / kWakeShare) &&
          (limit_ == whole_ || bytes_ <= limit_ / kWakeShare);
 }

@@ -9,8 +9,8 @@
 
 namespace tamrix {
 
-// Purpose: the one place that decides how much of the ring the reader may fill, when it goes on after it had to
-// wait, and for how many buffers a stage that waits is woken.
+// Purpose: the one place that decides how much of the ring the reader may fill, when it goes on after it had
+// to wait, and for how many buffers a stage that waits is woken.
 //
 // While reading is a copy within memory, being far ahead gains nothing and costs a pass through memory that
 // no cache holds: the lead is short. While the reader has to wait for its source, being ahead is what keeps a
@@ -27,11 +27,11 @@ class ReaderLead {
  public:
   static constexpr std::int64_t kShort = 3 << 19;  // bytes: what a core's own cache holds
   static constexpr std::int64_t kBuffersAtLeast = 4;
-  static constexpr std::int64_t kWakeShare = 4;  // see shouldWake
-  static constexpr std::int64_t kStageBytes = 1 << 20;  // see stageShouldWake
+  static constexpr std::int64_t kWakeShare = 4;         // see readerShouldWake
+  static constexpr std::int64_t kStageBytes = 1 << 20;  // see stageShouldWake, readerShouldWake
   static constexpr std::int64_t kStageBuffers = 8;
-  static constexpr std::int64_t kStep = 4;       // by which the limit grows and shrinks
-  static constexpr int kAwakeSamples = 8;        // before it shrinks
+  static constexpr std::int64_t kStep = 4;  // by which the limit grows and shrinks
+  static constexpr int kAwakeSamples = 8;   // before it shrinks
   static constexpr std::chrono::milliseconds kSampleTime{10};
 
   ReaderLead() = default;
@@ -44,13 +44,14 @@ class ReaderLead {
 
   // Whether the reader may go on.
   bool hasRoom() const { return bytes_ < limit_; }
-  // Whether a reader that waits is to be woken, with `freeBuffers` its own again: when a quarter of a short
-  // lead is left, or a quarter of the whole ring is free. It then has work for a while, and a tape that is
-  // faster than the destination runs and stops in long stretches. False while there is no room.
+  // Whether a reader that waits is to be woken, with `freeBuffers` its own again. While the source is fast:
+  // when a quarter of the lead is left and a quarter of the ring is free, so that it has work for a while.
+  // While the source is waited for: for 8 buffers or 1 MiB. The longer it is kept back, the more a drive has
+  // to hold that reads on meanwhile, and the less the ring holds when a source stalls.
   bool readerShouldWake(std::int64_t freeBuffers) const;
-  // Whether a stage that waits is to be woken for `buffers`. While the source is fast, waking it on another core
-  // for every buffer would cost more than it does with the buffer, so it is woken for 8 buffers or 1 MiB. While
-  // the source is waited for, nothing that was read lies about: it is woken for the first.
+  // Whether a stage that waits is to be woken for `buffers`. While the source is fast, waking it on another
+  // core for every buffer would cost more than it does with the buffer, so it is woken for 8 buffers or 1
+  // MiB. While the source is waited for, nothing that was read lies about: it is woken for the first.
   bool stageShouldWake(std::int64_t buffers) const { return limit_ > short_ || buffers >= stageBuffers_; }
 
   // Measuring. When a sample is due before the reader goes on or waits, it is to be taken; that may give room

@@ -66,10 +66,17 @@ TEST(ReaderLead, whoeverWaitsGoesOnWithWorkForAWhile) {
   EXPECT_FALSE(lead.readerShouldWake(199));
   EXPECT_FALSE(lead.stageShouldWake(7));
   EXPECT_TRUE(lead.stageShouldWake(8));
-  // Of the whole ring, a quarter need be free; a ring that is short has no shorter lead.
-  take(lead, "sssss");
-  lead.filled(75 * kMiB);
-  EXPECT_TRUE(lead.readerShouldWake(200));
+  // A source that is waited for goes on for a MiB: a longer wait would stop a tape. A ring that is short has
+  // no shorter lead.
+  take(lead, "s");
+  lead.filled(lead.limit() - kMiB * 5 / 4);
+  EXPECT_FALSE(lead.readerShouldWake(8));
+  lead.emptied(kMiB / 4);
+  EXPECT_TRUE(lead.readerShouldWake(8));
+  take(lead, "ssss");
+  lead.filled(90 * kMiB);
+  EXPECT_TRUE(lead.readerShouldWake(8));
+  EXPECT_FALSE(lead.readerShouldWake(7));
   EXPECT_TRUE(lead.stageShouldWake(1));
   EXPECT_EQ(ReaderLead(kMiB, 3).limit(), 3 * kMiB);
   EXPECT_EQ(ReaderLead(kMiB, 100).limit(), 4 * kMiB);
