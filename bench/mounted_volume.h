@@ -27,8 +27,9 @@ class MountedVolume {
   bool isMounted() const { return isMounted_; }
   std::string path() const { return directory_ + "/volume"; }
 
-  // Unmounts it and returns the seconds of its account. Throws std::runtime_error when there is none.
-  double finish();
+  // Unmounts it and returns the figures of its account's line "total", the seconds last. Throws
+  // std::runtime_error when there is none.
+  std::vector<double> finish();
 
  private:
   void unmount();

@@ -126,10 +126,10 @@ int measure(const Programs& programs, const std::string& work) {
     require(tamrix::bench::runChild({programs.tamrix, "-srcpath=" + copied.path(), "-srcspec=*", "-sparse",
                                      "-dstpath=" + directory + "/copy"},
                                     directory + "/log"));
-    met = compare(request.name, "tape", request.blocks.size(), planned.tapeOrder, copied.finish()) && met;
+    met = compare(request.name, "tape", request.blocks.size(), planned.tapeOrder, copied.finish().back()) && met;
     MountedVolume read(programs.volume, directory, {"-drive=lto8"});
     readByName(read.path());
-    met = compare("", "directory", request.blocks.size(), planned.directoryOrder, read.finish()) && met;
+    met = compare("", "directory", request.blocks.size(), planned.directoryOrder, read.finish().back()) && met;
     std::filesystem::remove_all(directory);
   }
   std::printf("\nwithin %.0f %%: %s\n", 100 * kTarget, met ? "met" : "MISSED");

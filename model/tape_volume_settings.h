@@ -2,11 +2,14 @@
 //
 //     -layout=FILE         where files lie on tape, a line each: PARTITION BLOCK PATH-BELOW-DIRECTORY
 //     -account=FILE        written at the end: what the drive had to do; see tape_account.h
-//     -vendor=TEXT -uuid=TEXT -blocksize=BYTES
+//     -vendor=TEXT -uuid=TEXT -blocksize=BYTES    without a vendor there are no virtual attributes
 //     -drive=lto5...lto9   the generation of the drive; lto9 without it
 //     -bad-block=P:BLOCK   reading block BLOCK of partition P fails; any number of them
 //     -bad-attribute=NAME  reading the attribute fails
 //     -delay=FACTOR        sleep FACTOR times the modelled time; 0 (not at all) without it
+//     -stream=FIGURES      zeros at the rate of a drive with its buffer, or of a disk: see model/stream.h,
+//     also for
+//                          the account
 #pragma once
 
 #include <cstdint>
@@ -30,6 +33,7 @@ struct TapeVolumeSettings {
   std::set<Account::Position> badBlocks;
   std::string badAttribute;
   double delay = 0;
+  std::string stream;
 };
 
 // Returns false when `argument` is no option, or names no drive.
@@ -47,6 +51,7 @@ inline bool takeOption(std::string_view argument, TapeVolumeSettings& settings) 
          settings.badBlocks.insert({value.at(0), std::stoll(value.substr(2))});
        }},
       {"-bad-attribute", [&](Value value) { settings.badAttribute = value; }},
+      {"-stream", [&](Value value) { settings.stream = value; }},
       {"-delay", [&](Value value) { settings.delay = std::stod(value); }},
   };
   const std::size_t equals = argument.find('=');
