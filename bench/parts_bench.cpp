@@ -16,8 +16,6 @@
 #include <thread>
 
 #include "bench/comparison.h"
-#include "config/known_properties.h"
-#include "config/properties.h"
 #include "config/run_options.h"
 #include "log/logger.h"
 #include "pipeline/ring/buffer_q.h"
@@ -31,10 +29,19 @@ using namespace tamrix;  // NOLINT: a program, not a header
 
 constexpr int kBatch = 1000;  // operations in one iteration
 
-void passOn(BufferQ& ring, int module) {
+RunOptions smallRing() {
+  RunOptions options;
+  options.totalBufferSize = "4MB";
+  options.bufferSize = "4KB";
+  return options;
+}
+
+// `isLast`: of the reader's, when no other follows.
+void passOn(BufferQ& ring, int module, bool isLast = false) {
   BufferSlot* slot = nullptr;
   if (ring.getBufferSlot(module, slot) != 0) std::abort();
   slot->length = 1;
+  if (module == 0) slot->endOfData = isLast ? 1 : 0;
   if (ring.putBufferSlot(module, *slot) != 0) std::abort();
 }
 
@@ -42,7 +49,7 @@ void passOn(BufferQ& ring, int module) {
 void handOverOnOneThread(benchmark::State& state) {
   const StopFlag stop;
   BufferQ ring;
-  if (ring.createQ(2, stop, readRunOptions(*properties)) != 0) std::abort();
+  if (ring.createQ(2, stop, smallRing()) != 0) std::abort();
   for (auto _ : state) {
     for (int i = 0; i < kBatch; ++i) {
       passOn(ring, 0);
@@ -56,12 +63,12 @@ void handOverOnOneThread(benchmark::State& state) {
 void handOverBetweenThreads(benchmark::State& state) {
   const StopFlag stop;
   BufferQ ring;
-  if (ring.createQ(2, stop, readRunOptions(*properties)) != 0) std::abort();
+  if (ring.createQ(2, stop, smallRing()) != 0) std::abort();
   for (auto _ : state) {
     std::thread second([&] {
       for (int i = 0; i < 100 * kBatch; ++i) passOn(ring, 1);
     });
-    for (int i = 0; i < 100 * kBatch; ++i) passOn(ring, 0);
+    for (int i = 1; i <= 100 * kBatch; ++i) passOn(ring, 0, i == 100 * kBatch);
     second.join();
   }
   state.SetItemsProcessed(state.iterations() * 100 * kBatch);
@@ -161,12 +168,6 @@ int main(int argc, char** argv) {
   Logger log(open("/dev/null", O_WRONLY | O_CLOEXEC), open("/dev/null", O_WRONLY | O_CLOEXEC));
   if (log.LoadMessage("tamrix") != 0 || log.init(kUrgent) != 0) return 1;
   logger = &log;
-  Properties store(programProperties());
-  properties = &store;
-  if (!store.setDefaults() || store.addProperty("total-buffer-size", "4MB") != 0 ||
-      store.addProperty("buffer-size", "4KB") != 0) {
-    return 1;
-  }
 
   std::thread([] {}).join();  // a process that never had a second thread gets cheaper locks
   benchmark::RegisterBenchmark("four locks", fourLocks);
