@@ -43,7 +43,7 @@ TEST(ReaderLead, onlySleepingMakesItLongAndOnlyStayingAwakeMakesItShort) {
       {"ssssppppcrcr", 25},
       {"ssssccccccc", 100},
       {"sssscccaccccccc", 100},
-      {"sssscccscccccccc", 25},
+      {"sssscccsccccccc", 100},
       {"scccccccccccccccccccccccc", 1.5},
   };
   for (const auto& row : rows) {
