@@ -36,20 +36,6 @@ char shownLetter(const PartitionLayout& partition) {
   return partition.letter > ' ' && partition.letter < 0x7F ? partition.letter : '?';
 }
 
-// By the locale that the environment names, as no part of the program needs another one of it.
-MapCharacters terminalCharacters() {
-  for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-    const char* const value = std::getenv(name);
-    if (value == nullptr || *value == '\0') continue;
-    std::string locale;
-    for (const char* c = value; *c != '\0'; ++c) {
-      if (*c != '-') locale += static_cast<char>(*c >= 'A' && *c <= 'Z' ? *c - 'A' + 'a' : *c);
-    }
-    return locale.find("utf8") != std::string::npos ? MapCharacters::kUnicode : MapCharacters::kAscii;
-  }
-  return MapCharacters::kAscii;
-}
-
 }  // namespace
 
 AuditResults::AuditResults(const RunOptions& options, AuditOptions auditOptions, const CopyList& list,
@@ -116,7 +102,8 @@ void AuditResults::drawBars() const {
   struct statvfs volume {};
   std::uint64_t freeBytes = 0;
   if (statvfs(options_.srcpath.c_str(), &volume) == 0) freeBytes = volume.f_bfree * volume.f_frsize;
-  const MapCharacters characters = terminalCharacters();
+  const MapCharacters characters =
+      logger->console().takesUtf8() ? MapCharacters::kUnicode : MapCharacters::kAscii;
   const VolumeMap map = drawVolume(*layout_, freeBytes, terminalWidth() - kBeforeBar, characters);
   for (std::size_t i = 0; i < map.bars.size(); ++i) {
     logger->output(msg::kManagerMapBar, shownLetter(layout_->partitions()[i]), map.bars[i]);
