@@ -36,8 +36,10 @@ bool ReaderLead::sampleIsDue(std::chrono::nanoseconds now) const {
 void ReaderLead::takeSample(const ThreadUsage& now) {
   const std::optional<ThreadUsage> since = std::exchange(since_, now);
   const std::chrono::nanoseconds leftOut = std::exchange(leftOut_, {});
+  const std::int64_t leftOutSleeps = std::exchange(leftOutSleeps_, 0);
   if (!since) return;
-  const ThreadUsage sample = now - *since;
+  ThreadUsage sample = now - *since;
+  sample.sleeps -= leftOutSleeps;
   // Waiting in the ring may have been queueing in part, and then counts twice: on the side of a short lead.
   const std::chrono::nanoseconds asleep = sample.asleep() - leftOut;
   const std::chrono::nanoseconds time = sample.clock - leftOut;

@@ -58,8 +58,11 @@ class ReaderLead {
   // or take it. `now` is the reader's, and the steady clock's.
   bool sampleIsDue(std::chrono::nanoseconds now) const;
   void takeSample(const ThreadUsage& now);
-  // The reader waited in the ring, which says nothing about its source.
-  void leaveOut(std::chrono::nanoseconds time) { leftOut_ += time; }
+  // The reader waited in the ring, which says nothing about its source. Nothing, if `time` is 0.
+  void leaveOut(std::chrono::nanoseconds time) {
+    leftOut_ += time;
+    leftOutSleeps_ += time.count() > 0 ? 1 : 0;
+  }
 
   std::int64_t limit() const { return limit_; }  // bytes
 
@@ -73,6 +76,7 @@ class ReaderLead {
 
   std::optional<ThreadUsage> since_;    // at the begin of the sample
   std::chrono::nanoseconds leftOut_{};  // of the time since then
+  std::int64_t leftOutSleeps_ = 0;
   int awakeSamples_ = 0;                // in a row
 };
 

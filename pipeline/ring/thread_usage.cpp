@@ -1,6 +1,7 @@
 #include "pipeline/ring/thread_usage.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -28,6 +29,9 @@ std::chrono::nanoseconds queuedTime() {
 ThreadUsage ThreadUsage::now() {
   ThreadUsage usage;
   usage.queued = queuedTime();
+  rusage counts{};
+  getrusage(RUSAGE_THREAD, &counts);
+  usage.sleeps = counts.ru_nvcsw;
   timespec processor{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &processor);
   usage.processor = std::chrono::seconds(processor.tv_sec) + std::chrono::nanoseconds(processor.tv_nsec);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 
 namespace tamrix {
 
@@ -10,18 +11,22 @@ struct ThreadUsage {
   std::chrono::nanoseconds clock{};      // time that went by
   std::chrono::nanoseconds processor{};  // of it, on a processor
   std::chrono::nanoseconds queued{};     // of it, ready to run, but another thread had the processor
+  std::int64_t sleeps = 0;               // how often it gave the processor up to wait for something
 
   // Of the calling thread. Takes some microseconds. Where the system doesn't tell, `queued` stays 0; see
-  // clock_gettime(2) and, for /proc/thread-self/schedstat, the kernel's documentation, "Scheduler
-  // Statistics".
+  // clock_gettime(2), getrusage(2) and, for /proc/thread-self/schedstat, the kernel's documentation,
+  // "Scheduler Statistics".
   static ThreadUsage now();
 
   ThreadUsage operator-(const ThreadUsage& other) const {
-    return {clock - other.clock, processor - other.processor, queued - other.queued};
+    return {clock - other.clock, processor - other.processor, queued - other.queued, sleeps - other.sleeps};
   }
 
-  // The time that is left: the thread waited for something, a device for example.
-  std::chrono::nanoseconds asleep() const { return clock - processor - queued; }
+  // The time that is left: the thread waited for something, a device for example. Where it never did, a host
+  // has taken the processor from this machine.
+  std::chrono::nanoseconds asleep() const {
+    return sleeps > 0 ? clock - processor - queued : std::chrono::nanoseconds(0);
+  }
 };
 
 }  // namespace tamrix

@@ -12,7 +12,7 @@ using namespace std::chrono_literals;
 constexpr std::int64_t kMiB = 1 << 20;
 
 // Takes a sample for each letter: the reader (c)opied, was (p)reempted, (s)lept, slept (a) quarter of the
-// time, or waited in the (r)ing.
+// time, waited in the (r)ing, or lost the processor to the machine's (h)ost.
 void take(ReaderLead& lead, const std::string& samples) {
   ThreadUsage now;
   lead.takeSample(now);
@@ -21,6 +21,7 @@ void take(ReaderLead& lead, const std::string& samples) {
     now.clock += 20ms;
     now.processor += 20ms - rest;
     if (sample == 'p') now.queued += rest;
+    if (sample == 's' || sample == 'a' || sample == 'r') ++now.sleeps;
     if (sample == 'r') lead.leaveOut(rest);
     EXPECT_EQ(lead.sampleIsDue(now.clock), sample != 'r');
     lead.takeSample(now);
@@ -34,6 +35,7 @@ TEST(ReaderLead, onlySleepingMakesItLongAndOnlyStayingAwakeMakesItShort) {
   } rows[] = {
       {"cccccccccccccccc", 1.5},
       {"pppppppp", 1.5},
+      {"hhhhhhhh", 1.5},
       {"rrrrrrrr", 1.5},
       {"aaaa", 1.5},
       {"s", 6},
