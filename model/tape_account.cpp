@@ -1,5 +1,6 @@
 #include "model/tape_account.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -37,8 +38,15 @@ void Account::endRead() {
   readSeconds_ = 0;
 }
 
-void Account::spend(double seconds) const {
-  if (delay_ > 0) std::this_thread::sleep_for(std::chrono::duration<double>(seconds * delay_));
+// A drive reads ahead into its buffer, so what the host takes between two reads costs nothing, nor does a sleep
+// that lasts longer than it was to.
+void Account::spend(double seconds) {
+  if (delay_ <= 0) return;
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds kAhead(200);
+  const std::chrono::duration<double> time(seconds * delay_);
+  busyUntil_ = std::max(busyUntil_, Clock::now() - kAhead) + std::chrono::duration_cast<Clock::duration>(time);
+  std::this_thread::sleep_until(busyUntil_);
 }
 
 }  // namespace tamrix::model

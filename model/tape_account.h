@@ -1,6 +1,7 @@
 // What a drive had to do, and how long it would have taken it.
 #pragma once
 
+#include <chrono>
 #include <compare>
 #include <cstdint>
 #include <string>
@@ -33,10 +34,11 @@ class Account {
 
  private:
   void endRead();
-  void spend(double seconds) const;
+  void spend(double seconds);
 
   tape::DriveTime time_;
   const double delay_;
+  std::chrono::steady_clock::time_point busyUntil_;  // with a delay: the drive has something to do
 
   std::string path_;        // of the file read last
   std::int64_t count_ = 0;  // read in one go up to here
