@@ -5,9 +5,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "pipeline/run/tape_layout.h"
@@ -30,8 +31,7 @@ struct DestinationRoom {
 };
 
 // Purpose: adds up what the files of a plan need, and finds the directories and files that can't be written,
-// each reported once at kUrgent. About 70 bytes for each destination directory. Threads: one. Lifetime: the
-// records outlive it.
+// each reported once at kUrgent. Keeps the path of each destination directory. Threads: one. Lifetime: any.
 class DestinationRooms {
  public:
   // Takes a file that would be copied.
@@ -55,8 +55,8 @@ class DestinationRooms {
   void checkExisting(const FileC& file, const std::string& path);
 
   std::vector<DestinationRoom> rooms_;
-  std::unordered_map<std::string_view, std::size_t> byDirectory_;
-  std::string_view lastDirectory_;
+  std::map<std::string, std::size_t, std::less<>> byDirectory_;
+  std::string lastDirectory_;
   std::size_t lastRoom_ = kNone;
 };
 
