@@ -120,8 +120,9 @@ struct FilledIndex {
       status.st_dev = source.device;
       status.st_ino = source.inode;
       const FilePath path("/source" + name);
-      const FilePair paths = {path, FilePath("/destination" + name, path)};
-      index.add(files.emplace_back(paths, status), destinationOf(i));
+      const std::string destination = "/destination" + name;
+      const FilePair paths = {path, FilePath(destination, path)};
+      index.add(files.emplace_back(paths, status), destination, destinationOf(i));
     }
   }
   static std::string nameOf(std::size_t number) {

@@ -147,7 +147,7 @@ CopyList::Verdict CopyList::takePair(const PairProbe& pair) {
   if (!asks) checkVendor(pair);
 
   FileC& file = addRecord(pair);
-  if (writes_) records_.index->add(file, pair.destinationId);
+  if (writes_) records_.index->add(file, pair.destination, pair.destinationId);
   addExtent(file, pair);
   return Verdict::kAccept;
 }

@@ -74,11 +74,10 @@ PairClash PairIndex::find(const std::string& srcPath, const PathIdentity& source
   return clash;
 }
 
-void PairIndex::add(const FileC& file, const PathIdentity& destination) {
+void PairIndex::add(const FileC& file, const std::string& dstPath, const PathIdentity& destination) {
   const auto number = static_cast<Number>(entries_.size());
   if (destinations_.empty() || destinations_.back() != destination) destinations_.push_back(destination);
   entries_.push_back({&file, &destinations_.back()});
-  const std::string dstPath = file.dstPath.text();
   const PathIdentity source = {file.listed.device, file.listed.inode, 0};
   const End sourceEnd(source, "");
   const End destinationEnd(destination, dstPath);

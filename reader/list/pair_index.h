@@ -35,9 +35,9 @@ class PairIndex {
   PairClash find(const std::string& srcPath, const PathIdentity& source, const std::string& dstPath,
                  const PathIdentity& destination) const;
 
-  // Adds a pair that was accepted, so its source exists and is the one listed. `destination` is what find was
-  // given.
-  void add(const FileC& file, const PathIdentity& destination);
+  // Adds a pair that was accepted, so its source exists and is the one listed. `dstPath` and `destination`
+  // are what find was given.
+  void add(const FileC& file, const std::string& dstPath, const PathIdentity& destination);
 
  private:
   using Number = NumberTable::Number;  // an entry's place in entries_

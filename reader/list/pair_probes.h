@@ -79,9 +79,8 @@ class PairProbes {
     PathResolver destination;
   };
 
-  // Batches that are probed ahead: two for each thread.
-  static constexpr std::size_t kPlaces =
-      2 * (kMostHelpers + 1);  // batch n has the place of batch n - kPlaces
+  // Batches that are probed ahead, two for each thread: batch n has the place of batch n - kPlaces.
+  static constexpr std::size_t kPlaces = 2 * (kMostHelpers + 1);
 
   // Until the end: probes what is offered.
   void help() TAMRIX_EXCLUDES(mutex_);

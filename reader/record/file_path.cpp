@@ -1,5 +1,6 @@
 #include "reader/record/file_path.h"
 
+#include <array>
 #include <cstring>
 #include <functional>
 #include <vector>
@@ -22,17 +23,25 @@ std::size_t directoryLength(std::string_view path) { return path.rfind('/') + 1;
 
 const char* FilePath::sharedDirectory(std::string_view directory) {
   static auto* const all = new Directories;
-  static const char* last = kNothing;  // nearly always wanted again
-  if (directory == last) return last;
   if (directory.empty()) return kNothing;
+  // Nearly always one of these: that of the sources, or that of their destinations.
+  static std::array<const char*, 2> latest = {kNothing, kNothing};
+  for (const char* const known : latest) {
+    if (directory == known) return known;
+  }
   const std::size_t hash = std::hash<std::string_view>()(directory);
   const auto found =
       all->byText.find(hash, [&](NumberTable::Number number) { return directory == all->texts[number]; });
-  if (found != NumberTable::kNone) return last = all->texts[found];
-  const char* const copy = copyToArena(directory);
-  all->texts.push_back(copy);
-  all->byText.add(hash, static_cast<NumberTable::Number>(all->texts.size() - 1));
-  return last = copy;
+  const char* text = nullptr;
+  if (found != NumberTable::kNone) {
+    text = all->texts[found];
+  } else {
+    text = copyToArena(directory);
+    all->texts.push_back(text);
+    all->byText.add(hash, static_cast<NumberTable::Number>(all->texts.size() - 1));
+  }
+  latest = {text, latest[0]};
+  return text;
 }
 
 FilePath::FilePath(std::string_view path) : FilePath(path, FilePath()) {}
