@@ -45,9 +45,6 @@ int FileWriterModule::emptyBuffer(BufferSlot& slot) {
 }
 
 int FileWriterModule::openDestination(FileC& file) {
-  const std::string destination = file.dstPath.text();
-  logger->log(kDebug, msg::kFileWriterNewFile, destination);
-  logger->log(kInfo, msg::kFileWriterCopy, file.srcPath.text(), destination);
   // Put on the list before it is opened: should that fail, no file is left behind that is not on the list.
   const auto entry =
       openList_.try_emplace(file.srcPath, file, *this, globals_.stopExecution, writeBehind()).first;
@@ -68,9 +65,12 @@ void FileWriterModule::discardWrittenBack(const WriteBehind::Failure& failure) {
   exitCode_ = 1;
   FileC& file = failure.file->record();
   if (const auto open = openList_.find(file.srcPath); open != openList_.end()) {
-    open->second.discardFor(failure.error);
+    open->second.tellFailed(failure.error);
+    open->second.discard();
   } else if (failure.file->isComplete) {
-    OpenDestination(file, *this, globals_.stopExecution, nullptr).takeBack(failure.error);
+    OpenDestination complete(file, *this, globals_.stopExecution, nullptr);
+    complete.tellFailed(failure.error);
+    complete.takeBack();
     --globals_.filesCopied;
   }
 }

@@ -40,6 +40,8 @@ bool isHeldByAnother(int error) { return error == EACCES || error == EAGAIN; }
 }  // namespace
 
 int OpenDestination::open(RunFiles& runFiles, SparseMode sparse) {
+  logger->log(kDebug, msg::kFileWriterNewFile, path_);
+  logger->log(kInfo, msg::kFileWriterCopy, source_, path_);
   if (create() != 0) return 1;
   if (lock() == 0 && examine(runFiles) == 0 && cut(sparse) == 0) return 0;
   discard();
@@ -93,12 +95,12 @@ int OpenDestination::examine(RunFiles& runFiles) {
   // A file that was just made is neither, even if it has the inode of a source that is gone.
   if (!isMade_) {
     if (const FileC* other = runFiles.findSource(file_.written)) {
-      logger->log(kUrgent, msg::kFileWriterIsSource, file_.srcPath.text(), path_, other->srcPath.text(),
+      logger->log(kUrgent, msg::kFileWriterIsSource, source_, path_, other->srcPath.text(),
                   other->dstPath.text());
       return 1;
     }
     if (const FileC* other = runFiles.findWritten(file_.written)) {
-      logger->log(kUrgent, msg::kFileWriterIsWritten, file_.srcPath.text(), path_, other->srcPath.text(),
+      logger->log(kUrgent, msg::kFileWriterIsWritten, source_, path_, other->srcPath.text(),
                   other->dstPath.text());
       return 1;
     }
@@ -129,8 +131,7 @@ int OpenDestination::write(const BufferSlot& slot) {
   const Writing written = writeData(slot.data, slot.length);
   if (written.error != 0) {
     if (written.error == EINTR) return 1;
-    logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(written.error));
-    tellName();
+    tellFailed(written.error);
     return 1;
   }
   logger->log(kDebug, msg::kFileWriterWrote, static_cast<std::int32_t>(written.bytes),
@@ -202,9 +203,9 @@ int OpenDestination::complete(TimesAtClose& timesAtClose) {
   if (timesError != 0) logger->log(kWarning, msg::kFileWriterTimesFailed, std::strerror(timesError));
   for (const char* name : refused) logger->log(kWarning, msg::kFileWriterXattrFailed, name);
   if (timesError == 0 && refused.empty() && !file_.changedWhileRead) {
-    logger->log(kProgress, msg::kFileWriterStatusSuccess, file_.srcPath.text(), path_);
+    logger->log(kProgress, msg::kFileWriterStatusSuccess, source_, path_);
   } else {
-    logger->log(kProgress, msg::kFileWriterStatusWarning, file_.srcPath.text(), path_);
+    logger->log(kProgress, msg::kFileWriterStatusWarning, source_, path_);
   }
   return 0;
 }
@@ -242,15 +243,12 @@ int OpenDestination::unlock() const {
   return 1;
 }
 
-void OpenDestination::discardFor(int error) {
+void OpenDestination::tellFailed(int error) const {
   logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(error));
   tellName();
-  discard();
 }
 
-void OpenDestination::takeBack(int error) {
-  logger->log(kUrgent, msg::kFileWriterFailed, std::strerror(error));
-  tellName();
+void OpenDestination::takeBack() {
   reportAndRemove();
   (void)fd_.close();
 }
@@ -267,7 +265,7 @@ void OpenDestination::discard() {
 void OpenDestination::tellName() const { logger->log(kUrgent, msg::kFileWriterFailedFile, path_); }
 
 void OpenDestination::reportAndRemove() {
-  logger->log(kInfo, msg::kFileWriterStatusError, file_.srcPath.text(), path_);
+  logger->log(kInfo, msg::kFileWriterStatusError, source_, path_);
   if (const char* const reason = remove()) {
     logger->log(kInfo, msg::kFileWriterDeleteFailed, path_, reason);
   } else {

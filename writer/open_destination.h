@@ -31,7 +31,12 @@ class OpenDestination {
   // Opens nothing yet. `writer` is the thread that opens and writes; `stop` interrupts it; `behind` writes
   // back, or is null. All must outlive this.
   OpenDestination(FileC& file, Thread& writer, const StopFlag& stop, WriteBehind* behind)
-      : file_(file), path_(file.dstPath.text()), writer_(writer), stop_(stop), windows_(behind) {}
+      : file_(file),
+        source_(file.srcPath.text()),
+        path_(file.dstPath.text()),
+        writer_(writer),
+        stop_(stop),
+        windows_(behind) {}
   OpenDestination(const OpenDestination&) = delete;
   OpenDestination& operator=(const OpenDestination&) = delete;
 
@@ -52,15 +57,16 @@ class OpenDestination {
   // or closed. A file that is incomplete is discarded by then.
   [[nodiscard]] int complete(TimesAtClose& timesAtClose);
 
+  // Says that writing has failed.
+  void tellFailed(int error) const;
+
   // Closes, reports and removes a file that is not complete; a file that was there before and has not been
   // changed stays. Does nothing when no file is under way.
   void discard();
-  // As discard, after a message that writing has failed with `error`.
-  void discardFor(int error);
 
   // The same for a file that was completed by another object of this class, which this one has not opened. It
   // is left when its name belongs to another file by then, or another process has locked it.
-  void takeBack(int error);
+  void takeBack();
 
  private:
   // What came of writing: how many bytes, and the error number with which it ended, EINTR for a stop.
@@ -83,6 +89,8 @@ class OpenDestination {
   const char* remove();
 
   FileC& file_;
+  // Paths, made before anything is opened: to remove or report a file must not need memory.
+  const std::string source_;
   const std::string path_;  // the destination's
   Thread& writer_;
   const StopFlag& stop_;
