@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <system_error>
@@ -30,6 +31,11 @@ ChildRun runChild(const std::vector<std::string>& words, const std::string& log)
 double median(std::vector<double> figures) {
   std::sort(figures.begin(), figures.end());
   return figures[figures.size() / 2];
+}
+
+void tell(const char* what, double reached, Target kind, double target) {
+  const bool met = kind == Target::kAtLeast ? reached >= target : reached <= target;
+  std::printf("  %s %.2f, target %.2f: %s\n", what, reached, target, met ? "met" : "MISSED");
 }
 
 }  // namespace tamrix::bench

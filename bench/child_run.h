@@ -21,4 +21,8 @@ ChildRun runChild(const std::vector<std::string>& words, const std::string& log)
 // The median of figures; REQUIRES one at least.
 double median(std::vector<double> figures);
 
+// Prints a figure and its target, of which it is to be no less, or no more.
+enum class Target { kAtLeast, kAtMost };
+void tell(const char* what, double reached, Target kind, double target);
+
 }  // namespace tamrix::bench

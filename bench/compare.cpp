@@ -2,10 +2,10 @@
 //
 //     compare_bench TAMRIX TAPE_VOLUME MEMORY_DIRECTORY DISK_DIRECTORY [ROUNDS [SCALE [PLACE [WORK]]]]
 //
-// For each kind of work, in memory, on disk, and from the modelled tape volume into memory (PLACE restricts that
-// to memory, disk or volume), with and without attributes: every program copies it once a round, each copy is
-// compared with its source in the first round, and medians, ratios and how far those can be trusted are
-// printed, beside the limit of the machine and what tamrix's writer takes by itself, measured in the same
+// For each kind of work, in memory, on disk, and from the modelled tape volume into memory (PLACE restricts
+// that to memory, disk or volume), with and without attributes: every program copies it once a round, each
+// copy is compared with its source in the first round, and medians, ratios and how far those can be trusted
+// are printed, beside the limit of the machine and what tamrix's writer takes by itself, measured in the same
 // rounds. SCALE divides the work's size, WORK restricts to works whose names contain it.
 //
 // Ends with 0, or 1 when a copy failed or was not equal.
@@ -139,7 +139,9 @@ bool compare(const Work& work, Place place, bool attributes, const Setup& setup)
     from = volume->path();
   }
   Measured measured{work, place, attributes, {}, {}, {}};
-  for (const Peer& peer : peersFor(work, setup.tamrix, attributes)) measured.columns.emplace_back().peer = peer;
+  for (const Peer& peer : peersFor(work, setup.tamrix, attributes)) {
+    measured.columns.emplace_back().peer = peer;
+  }
   KeptMemory memory(tamrix::bench::memoryOf(work));
   const std::size_t turns = measured.columns.size() + 2;  // the last two are the limit's and the writer's
   for (int round = 0; round < setup.rounds; ++round) {
@@ -169,8 +171,8 @@ bool compare(const Work& work, Place place, bool attributes, const Setup& setup)
 }
 
 bool compareAll(const Setup& setup, int scale, const std::string& where, const std::string& which) {
-  for (const auto& [place, name] : {std::pair(Place::kMemory, "memory"), {Place::kDisk, "disk"},
-                                    {Place::kVolume, "volume"}}) {
+  for (const auto& [place, name] :
+       {std::pair(Place::kMemory, "memory"), {Place::kDisk, "disk"}, {Place::kVolume, "volume"}}) {
     if (where != "all" && where != name) continue;
     for (const Work& work : tamrix::bench::allWork(scale)) {
       if (work.name.find(which) == std::string::npos) continue;

@@ -18,8 +18,8 @@ constexpr double kRecord = 1024;
 
 double best(const std::vector<double>& figures) { return *std::min_element(figures.begin(), figures.end()); }
 
-// A median and where that of other rounds would be, with a probability of 95 % as far as rounds don't depend on
-// each other: the figures at the ranks n/2 +- 0.98 sqrt(n), cut to what there is.
+// A median and where that of other rounds would be, with a probability of 95 % as far as rounds don't depend
+// on each other: the figures at the ranks n/2 +- 0.98 sqrt(n), cut to what there is.
 struct Spread {
   double median, from, to;
 };
@@ -39,10 +39,6 @@ Spread ratios(const std::vector<double>& a, const std::vector<double>& b) {
   return spreadOf(std::move(all));
 }
 
-void tell(const char* what, double reached, double target, bool met) {
-  std::printf("  %s %.2f, target %.2f: %s\n", what, reached, target, met ? "met" : "MISSED");
-}
-
 double targetOver(const std::string& peer, const Measured& measured) {
   const Work& work = measured.work;
   if (measured.place == Place::kVolume) return peer == "tar+mbuffer" ? 0 : work.overAllFromVolume;
@@ -60,25 +56,25 @@ void judge(const Measured& measured) {
     if (name == own.peer.name) continue;
     const double target = targetOver(name, measured);
     const double reached = ratios(column.wall, own.wall).median;
-    if (target > 0) tell(("speed over " + name + "'s").c_str(), reached, target, reached >= target);
+    if (target > 0) tell(("speed over " + name + "'s").c_str(), reached, Target::kAtLeast, target);
     if (name != "cp") continue;
     const double most = measured.place == Place::kMemory ? work.cpuOverCpInMemory : work.cpuOverCp;
     if (most > 0 && (measured.attributes || !work.targetsWithAttributesOnly)) {
       const double cpu = ratios(own.cpu, column.cpu).median;
-      tell("processor time over cp's", cpu, most, cpu <= most);
+      tell("processor time over cp's", cpu, Target::kAtMost, most);
     }
     if (work.sparse && own.blocks > column.blocks) std::printf("  more blocks used than cp: MISSED\n");
   }
   if (measured.place == Place::kMemory && work.ofLimitInMemory > 0) {
     const double reached = ratios(measured.limits, own.wall).median;
-    tell("of the limit", reached, work.ofLimitInMemory, reached >= work.ofLimitInMemory);
+    tell("of the limit", reached, Target::kAtLeast, work.ofLimitInMemory);
   }
   const double pool = work.mostPeakMiB > 0 ? work.mostPeakMiB * (1 << 20)
                                            : kPool + kRecord * static_cast<double>(work.sizes.size());
   const double peak = *std::max_element(own.peak.begin(), own.peak.end());
   // From a volume, which is a slow source, the whole ring is used.
   if (measured.place != Place::kVolume)
-    tell("MiB of memory in every round", peak / (1 << 20), pool / (1 << 20), peak <= pool);
+    tell("MiB of memory in every round", peak / (1 << 20), Target::kAtMost, pool / (1 << 20));
 }
 
 }  // namespace

@@ -20,7 +20,8 @@ constexpr std::chrono::milliseconds kReported(2200);
 
 KeptMemory::KeptMemory(std::size_t bytes)
     : bytes_(bytes),
-      memory_(mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {
+      memory_(
+          mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {
   if (memory_ == MAP_FAILED) fail();
   take();
 }

@@ -8,9 +8,9 @@ namespace tamrix::bench {
 // Holds as much memory as a copy takes, and gives it up for the time of each.
 //
 // A virtual machine tells its host which pages have been free for two seconds, and the host takes them away
-// ("free page reporting" of Linux). To get them back costs a copy more than the copying. What is given up here
-// is free for less than that when a copy begins to use it. What a copy still needs after two seconds may have
-// gone; so slow programs may pay for some of it, by a few percent of their time.
+// ("free page reporting" of Linux). To get them back costs a copy more than the copying. What is given up
+// here is free for less than that when a copy begins to use it. What a copy still needs after two seconds may
+// have gone; so slow programs may pay for some of it, by a few percent of their time.
 //
 // Threads: one. Throws std::system_error where there is not so much memory.
 class KeptMemory {
@@ -22,8 +22,8 @@ class KeptMemory {
 
   // To be called just before a copy.
   void give();
-  // To be called as soon as the copy is removed. Takes the memory again, and waits until the system has looked
-  // at what was free meanwhile: it must not do that during the next copy.
+  // To be called as soon as the copy is removed. Takes the memory again, and waits until the system has
+  // looked at what was free meanwhile: it must not do that during the next copy.
   void take();
 
  private:

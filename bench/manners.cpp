@@ -35,6 +35,8 @@ using tamrix::bench::cachedBelow;
 using tamrix::bench::dropBelow;
 using tamrix::bench::makeFile;
 using tamrix::bench::median;
+using tamrix::bench::Target;
+using tamrix::bench::tell;
 
 constexpr std::int64_t kMiB = 1 << 20;
 constexpr std::int64_t kGiB = 1 << 30;
@@ -140,10 +142,6 @@ void print(const std::vector<Program>& programs) {
   }
 }
 
-void tell(const char* what, double reached, double target) {
-  std::printf("  %s %.2f, target %.2f: %s\n", what, reached, target, reached >= target ? "met" : "MISSED");
-}
-
 void measure(std::vector<Program>& programs, const std::string& directory, int rounds, int scale) {
   for (const std::int64_t size : kFileSizes) {
     const std::string to = directory + "/from/" + std::to_string(size / kMiB);
@@ -204,7 +202,10 @@ int main(int argc, char** argv) {
   }
   print(programs);
   const Program& own = programs.front();
-  tell("of the other file kept, over no copy", median(own.kept) / median(programs.back().kept), kLeastKept);
-  if (argc > 5) tell("speed over that before", median(programs[1].wall) / median(own.wall), kLeastSpeed);
+  tell("of the other file kept, over no copy", median(own.kept) / median(programs.back().kept),
+       Target::kAtLeast, kLeastKept);
+  if (argc > 5)
+    tell("speed over that before", median(programs[1].wall) / median(own.wall), Target::kAtLeast,
+         kLeastSpeed);
   return 0;
 }

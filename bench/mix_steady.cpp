@@ -33,6 +33,8 @@
 namespace {
 
 using tamrix::bench::ChildRun;
+using tamrix::bench::Target;
+using tamrix::bench::tell;
 using tamrix::bench::Work;
 
 constexpr double kLeastQuietMedian = 1.0;
@@ -87,10 +89,6 @@ ChildRun copyOnce(tamrix::bench::KeptMemory& memory, const std::string& to, cons
   return run;
 }
 
-void tell(const char* what, double reached, double target, bool met) {
-  std::printf("  %s %.2f, target %.2f: %s\n", what, reached, target, met ? "met" : "MISSED");
-}
-
 void measure(const Work& work, const std::string& program, const std::string& directory, int rounds,
              bool besideLoad) {
   const std::string from = directory + "/from";
@@ -121,12 +119,12 @@ void measure(const Work& work, const std::string& program, const std::string& di
   const double most = *std::max_element(peaks.begin(), peaks.end());
   if (besideLoad) {
     std::printf("  speed over cp's, median %.2f\n", median);
-    tell("speed over cp's, least", least, kLeastBesideLoad, least >= kLeastBesideLoad);
+    tell("speed over cp's, least", least, Target::kAtLeast, kLeastBesideLoad);
   } else {
     std::printf("  speed over cp's, least %.2f\n", least);
-    tell("speed over cp's, median", median, kLeastQuietMedian, median >= kLeastQuietMedian);
+    tell("speed over cp's, median", median, Target::kAtLeast, kLeastQuietMedian);
   }
-  tell("MiB of memory, most", most, kMostPeak, most <= kMostPeak);
+  tell("MiB of memory, most", most, Target::kAtMost, kMostPeak);
 }
 
 }  // namespace

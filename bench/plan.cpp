@@ -28,7 +28,7 @@ namespace {
 
 using tamrix::bench::MountedVolume;
 
-constexpr double kTarget = 0.1;  // of the modelled time
+constexpr double kTarget = 0.1;                  // of the modelled time
 constexpr std::int64_t kLastBlock = 20'000'000;  // of a tape of 12 TB, somewhat before its end
 
 struct Programs {
@@ -126,10 +126,12 @@ int measure(const Programs& programs, const std::string& work) {
     require(tamrix::bench::runChild({programs.tamrix, "-srcpath=" + copied.path(), "-srcspec=*", "-sparse",
                                      "-dstpath=" + directory + "/copy"},
                                     directory + "/log"));
-    met = compare(request.name, "tape", request.blocks.size(), planned.tapeOrder, copied.finish().back()) && met;
+    met = compare(request.name, "tape", request.blocks.size(), planned.tapeOrder, copied.finish().back()) &&
+          met;
     MountedVolume read(programs.volume, directory, {"-drive=lto8"});
     readByName(read.path());
-    met = compare("", "directory", request.blocks.size(), planned.directoryOrder, read.finish().back()) && met;
+    met =
+        compare("", "directory", request.blocks.size(), planned.directoryOrder, read.finish().back()) && met;
     std::filesystem::remove_all(directory);
   }
   std::printf("\nwithin %.0f %%: %s\n", 100 * kTarget, met ? "met" : "MISSED");

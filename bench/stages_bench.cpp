@@ -124,7 +124,8 @@ Times copyOnce(Between stages, Cores cores) {
     modules.push_back(std::make_unique<Pinned<modsum64ProcessModule>>(globals, options, cores.stages, between,
                                                                       makeChecksumAlgorithm("xxh128")));
   }
-  modules.push_back(std::make_unique<Pinned<FileWriterModule>>(globals, options, cores.copying, copying, files));
+  modules.push_back(
+      std::make_unique<Pinned<FileWriterModule>>(globals, options, cores.copying, copying, files));
   BufferQ ring;
   if (ring.createQ(static_cast<int>(modules.size()), globals.stopExecution, options) != 0) std::abort();
 

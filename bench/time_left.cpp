@@ -2,15 +2,14 @@
 //
 //     time_left_bench TAMRIX TAPE_VOLUME DIRECTORY
 //
-// For each of several requests of contiguous files it mounts a modelled volume in DIRECTORY that takes the time
-// of a drive, lets TAMRIX copy from it, and holds each time left that is shown against what was left. The drive
-// is the slowest one, so that what the model costs itself, which depends on the machine's other work, is little
-// of it.
+// For each of several requests of contiguous files it mounts a modelled volume in DIRECTORY that takes the
+// time of a drive, lets TAMRIX copy from it, and holds each time left that is shown against what was left.
+// The drive is the slowest one, so that what the model costs itself, which depends on the machine's other
+// work, is little of it.
 //
-// Ends with 0 when all that is shown from a tenth of the run on is within the target, 1 when it is not, 2 when
-// something went wrong, 3 when mounting is refused. DIRECTORY is left to the caller to remove.
+// Ends with 0 when all that is shown from a tenth of the run on is within the target, 1 when it is not, 2
+// when something went wrong, 3 when mounting is refused. DIRECTORY is left to the caller to remove.
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,8 +36,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double kTarget = 0.2;      // of the truth
-constexpr double kFromThere = 0.1;   // of the run
+constexpr double kTarget = 0.2;  // of the truth
+constexpr double kLeadIn = 0.1;  // of the run, whose figures do not count
 constexpr std::int64_t kBlock = 524288;
 
 struct Request {
@@ -138,7 +137,7 @@ bool judge(const char* name, const Copy& copy) {
   for (const Shown& shown : copy.shown) {
     const double share = secondsOf(shown.at - copy.begun) / whole;
     first = std::min(first, share);
-    if (share >= kFromThere) errors.push_back(errorOf(shown.seconds, secondsOf(copy.ended - shown.at)));
+    if (share >= kLeadIn) errors.push_back(errorOf(shown.seconds, secondsOf(copy.ended - shown.at)));
   }
   if (errors.empty()) throw std::runtime_error("no time left was shown");
   std::sort(errors.begin(), errors.end());
