@@ -10,7 +10,7 @@ namespace tamrix::bench {
 // A virtual machine tells its host which pages have been free for two seconds, and the host takes them away
 // ("free page reporting" of Linux). To get them back costs a copy more than the copying. What is given up
 // here is free for less than that when a copy begins to use it. What a copy still needs after two seconds may
-// have gone; so slow programs may pay for some of it, by a few percent of their time.
+// have gone; so a program that takes longer may pay for some of it.
 //
 // Threads: one. Throws std::system_error where there is not so much memory.
 class KeptMemory {
