@@ -53,14 +53,16 @@ struct FileC {
   std::int64_t fileSize;  // bytes
   struct timespec accessTime;
   struct timespec modifyTime;
-  EaList eaList;           // the source's user attributes, in the file system's order
-  std::uint32_t fileMode;  // st_mode
+  EaList eaList;  // the source's user attributes, in the file system's order
 
   // Checksum stage only: as text, once the last byte has passed.
   std::unique_ptr<const std::string> checksum;
 
   // Writer stage only: the file that dstPath meant when it was opened.
   FileIdentity written;
+
+  // As eaList; here because small fields side by side save 8 bytes a file.
+  std::uint32_t fileMode;  // st_mode
 
   // Set by the reader stage before it passes on the file's last buffer: the source has changed since it was
   // opened.
