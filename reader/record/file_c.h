@@ -61,7 +61,7 @@ struct FileC {
   // Writer stage only: the file that dstPath meant when it was opened.
   FileIdentity written;
 
-  // As eaList; here because small fields side by side save 8 bytes a file.
+  // As listed or as found, like fileSize. Small fields stand side by side: that saves 8 bytes a file.
   std::uint32_t fileMode;  // st_mode
 
   // Set by the reader stage before it passes on the file's last buffer: the source has changed since it was
