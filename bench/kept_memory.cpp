@@ -18,10 +18,10 @@ constexpr std::chrono::milliseconds kReported(2200);
 
 }  // namespace
 
-KeptMemory::KeptMemory(std::size_t bytes)
-    : bytes_(bytes),
+KeptMemory::KeptMemory(std::size_t needed)
+    : bytes_(needed + needed / 2),
       memory_(
-          mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {
+          mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {
   if (memory_ == MAP_FAILED) fail();
   take();
 }

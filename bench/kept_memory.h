@@ -5,17 +5,22 @@
 
 namespace tamrix::bench {
 
-// Holds as much memory as a copy takes, and gives it up for the time of each.
+// Holds half as much memory again as a copy takes, and gives it up for the time of each.
 //
 // A virtual machine tells its host which pages have been free for two seconds, and the host takes them away
 // ("free page reporting" of Linux). To get them back costs a copy more than the copying. What is given up
 // here is free for less than that when a copy begins to use it. What a copy still needs after two seconds may
 // have gone; so a program that takes longer may pay for some of it.
 //
+// Half as much again, because the page cache of a disk takes memory in large pieces. What was given up here
+// lies in small ones, which join again only in part; for the rest the system prefers large free pieces that
+// the host has taken.
+//
 // Threads: one. Throws std::system_error where there is not so much memory.
 class KeptMemory {
  public:
-  explicit KeptMemory(std::size_t bytes);
+  // `needed`: what a copy takes, bytes.
+  explicit KeptMemory(std::size_t needed);
   ~KeptMemory();
   KeptMemory(const KeptMemory&) = delete;
   KeptMemory& operator=(const KeptMemory&) = delete;

@@ -8,7 +8,7 @@ FileWriterModule::FileWriterModule(PipelineGlobals& globals, const RunOptions& o
     : WriterModule(globals, options),
       sparseMode_(globals.sparseMode != 0 ? SparseMode::kOn : SparseMode::kOff),
       runFiles_(runFiles) {
-  if (PageCache::runLength(globals.totalBytes) == RunLength::kLong) writeBehind_.emplace(globals);
+  if (globals.runLength() == RunLength::kLong) writeBehind_.emplace(globals);
   logger->log(kDebug, msg::kFileWriterConstructorProps);
 }
 

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <forward_list>
@@ -24,6 +25,16 @@ namespace {
 // might be a source or another pair's file, so it must not be written.
 bool mayHideAFile(int error) {
   return error != ENOENT && error != ENOTDIR && error != EACCES && error != ELOOP && error != ENAMETOOLONG;
+}
+
+void addBytes(std::int64_t& sum, std::int64_t bytes) {
+  if (__builtin_add_overflow(sum, bytes, &sum)) sum = std::numeric_limits<std::int64_t>::max();
+}
+
+// Without holes. Where a file system doesn't tell what a file takes, all of it counts.
+std::int64_t dataBytes(const struct stat& status) {
+  const std::int64_t allocated = allocatedBytes(status);
+  return allocated > 0 ? std::min<std::int64_t>(allocated, status.st_size) : status.st_size;
 }
 
 }  // namespace
@@ -208,9 +219,8 @@ void CopyList::checkVendor(const PairProbe& pair) {
 
 FileC& CopyList::addRecord(const PairProbe& pair) {
   FileC& file = records_.files.emplace_back(pair.paths, pair.sourceStatus);
-  if (__builtin_add_overflow(globals_.totalBytes, file.fileSize, &globals_.totalBytes)) {
-    globals_.totalBytes = std::numeric_limits<std::int64_t>::max();
-  }
+  addBytes(globals_.totalBytes, file.fileSize);
+  addBytes(globals_.dataBytes, options_.sparse ? dataBytes(pair.sourceStatus) : file.fileSize);
   globals_.counters.filesListed.add(1);
   globals_.counters.bytesListed.set(globals_.totalBytes);
   if (keepsExisting_ && pair.destinationId.exists(pair.destination)) {

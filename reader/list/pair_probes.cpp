@@ -32,19 +32,6 @@ void probePair(PairProbe& pair, PathResolver& sources, PathResolver* destination
 
 }  // namespace
 
-class PairProbes::Helper : public Thread {
- public:
-  explicit Helper(PairProbes& probes) : Thread("prober"), probes_(probes) {}
-
-  void run() override {
-    const MayWait mayWait(*this);
-    probes_.help();
-  }
-
- private:
-  PairProbes& probes_;
-};
-
 PairProbes::PairProbes(const FileLister& lister, const StopFlag& stop, When when, Ends ends,
                        std::size_t mostHelpers)
     : lister_(lister),
@@ -53,9 +40,8 @@ PairProbes::PairProbes(const FileLister& lister, const StopFlag& stop, When when
       ends_(ends),
       pairsInBatch_(ahead_ ? kPairs : 1),
       // For a single batch the caller is enough.
-      mostHelpers_(ahead_ && lister.size() > kPairs ? mostHelpers : 0) {
-  helpers_.reserve(mostHelpers_);
-}
+      mostHelpers_(ahead_ && lister.size() > kPairs ? mostHelpers : 0),
+      helpers_("prober", stop, [this] { help(); }) {}
 
 PairProbes::~PairProbes() {
   {
@@ -63,13 +49,7 @@ PairProbes::~PairProbes() {
     ended_ = true;
   }
   changed_.notifyAll();
-  for (const std::unique_ptr<Helper>& helper : helpers_) {
-    while (helper->isRunning()) {
-      if (stop_.isSet()) interruptHelpers();
-      helperEnded_.waitFor(Thread::kInterruptRound);
-    }
-    helper->join();
-  }
+  helpers_.join();
 }
 
 const PairProbe* PairProbes::at(std::size_t number) {
@@ -93,16 +73,9 @@ void PairProbes::startHelpers() {
     wanted = helpersWanted_;
   }
   while (helpers_.size() < std::min(wanted, mostHelpers_)) {
-    helpers_.push_back(std::make_unique<Helper>(*this));
-    if (helpers_.back()->start(&helperEnded_) == 0) continue;
-    // Those that there are, and the caller, do it all.
-    helpers_.pop_back();
-    mostHelpers_ = helpers_.size();
+    // When there can be no more, those that there are, and the caller, do it all.
+    if (!helpers_.add()) mostHelpers_ = helpers_.size();
   }
-}
-
-void PairProbes::interruptHelpers() {
-  for (const std::unique_ptr<Helper>& helper : helpers_) helper->interrupt();
 }
 
 void PairProbes::offerFrom(std::size_t first) {
@@ -131,7 +104,7 @@ PairProbes::Outcome PairProbes::awaitOutcome(std::size_t batch) {
       // A helper is at work on the batch that is wanted, and there is no other to probe meanwhile.
       while (claimed_ == offered_ && outcomes_[batch % kPlaces] == Outcome::kPending) {
         changed_.waitUntil(mutex_, std::chrono::steady_clock::now() + Thread::kInterruptRound);
-        if (stop_.isSet()) interruptHelpers();
+        if (stop_.isSet()) helpers_.interrupt();
       }
       if (outcomes_[batch % kPlaces] != Outcome::kPending) return outcomes_[batch % kPlaces];
     }

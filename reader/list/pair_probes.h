@@ -7,10 +7,9 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "log/mutex.h"
-#include "pipeline/stage/run_event.h"
+#include "pipeline/stage/helper_threads.h"
 #include "reader/list/file_lister.h"
 #include "reader/list/path_identity.h"
 #include "reader/list/source_attributes.h"
@@ -66,7 +65,6 @@ class PairProbes {
   const PairProbe* at(std::size_t number);
 
  private:
-  class Helper;
   enum class Outcome { kPending, kProbed, kStopped, kNoMemory };
   static constexpr std::size_t kPairs = 64;  // in a batch
   struct Batch {
@@ -86,7 +84,6 @@ class PairProbes {
   void help() TAMRIX_EXCLUDES(mutex_);
   // Starts the helpers that are wanted and not there yet.
   void startHelpers() TAMRIX_EXCLUDES(mutex_);
-  void interruptHelpers();
   // Fills the free places from batch `first` on.
   void offerFrom(std::size_t first);
   Outcome awaitOutcome(std::size_t batch);
@@ -101,11 +98,10 @@ class PairProbes {
   const std::size_t pairsInBatch_;
   std::array<std::unique_ptr<Batch>, kPlaces> batches_;  // each made when it is first filled
   // The caller's, like the next three.
-  std::vector<std::unique_ptr<Helper>> helpers_;
   std::size_t mostHelpers_;
   std::size_t nextToFill_ = 0;
   Resolvers resolvers_;
-  RunEvent helperEnded_;
+  HelperThreads helpers_;
 
   Mutex mutex_;
   CondVar changed_;                                    // one of the following

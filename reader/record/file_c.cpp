@@ -7,7 +7,6 @@ namespace tamrix {
 namespace {
 
 constexpr std::size_t kMaxTextLength = 255;
-constexpr std::int64_t kStatBlock = 512;  // bytes; see stat(2)
 
 int reportTooLong(const std::string& name) {
   logger->log(kUrgent, msg::kAttributesTooLong, name, static_cast<std::int32_t>(name.size()));
@@ -19,7 +18,7 @@ int reportTooLong(const std::string& name) {
 ExistingDestination::ExistingDestination(const struct stat& status)
     : identity(status),
       size(status.st_size),
-      allocated(status.st_blocks * kStatBlock),
+      allocated(allocatedBytes(status)),
       modifyTime(status.st_mtim),
       mode(status.st_mode) {}
 

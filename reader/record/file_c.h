@@ -21,6 +21,12 @@ inline constexpr std::size_t kAuditResults = 4;
 enum class PlanResult : std::uint8_t { kCopy, kOverwrite, kPresent, kLeftOut };
 inline constexpr std::size_t kPlanResults = 4;
 
+// What a file takes of its file system; see stat(2).
+inline std::int64_t allocatedBytes(const struct stat& status) {
+  constexpr std::int64_t kStatBlock = 512;
+  return status.st_blocks * kStatBlock;
+}
+
 // What was at a destination when it was listed.
 struct ExistingDestination {
   explicit ExistingDestination(const struct stat& status);

@@ -8,7 +8,8 @@ FileReaderModule::FileReaderModule(PipelineGlobals& globals, const RunOptions& o
                                    RunFiles* runFiles)
     : ReaderModule(globals, options),
       copyList_(list),
-      source_(*this, globals.stopExecution, runFiles, PageCache::runLength(globals.totalBytes)) {
+      source_(*this, globals.stopExecution, runFiles, globals.runLength()),
+      lookups_(list.extents(), globals.stopExecution) {
   logger->log(kDebug, msg::kFileReaderConstructorGlobals);
   if (!list.extents().empty()) remaining_ = list.extents().front()->byteCount;
 }
@@ -68,7 +69,12 @@ int FileReaderModule::passOver(BufferSlot& slot) {
 int FileReaderModule::openSource(FileC& file) {
   const std::int64_t listedSize = file.fileSize;
   const HoleSearch holes = globals_.sparseMode != 0 ? HoleSearch::kOn : HoleSearch::kOff;
-  if (source_.open(file, holes) != 0) return 1;
+  int opened = 0;
+  {
+    const SourceLookups::Opening opening(lookups_, position_);
+    opened = source_.open(file, holes);
+  }
+  if (opened != 0) return 1;
   // A file has one extent, and that is as long as the file turns out to be.
   remaining_ += file.fileSize - listedSize;
   return 0;

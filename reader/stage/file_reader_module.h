@@ -7,6 +7,7 @@
 #include "pipeline/stage/stages.h"
 #include "reader/list/copy_list.h"
 #include "reader/stage/open_source.h"
+#include "reader/stage/source_lookups.h"
 
 namespace tamrix {
 
@@ -44,6 +45,7 @@ class FileReaderModule : public ReaderModule {
   std::size_t position_ = 0;    // in the copy list: the extent being read
   std::int64_t remaining_ = 0;  // bytes of it still to read
   OpenSource source_;           // the extent's file, unless it is still to be opened
+  SourceLookups lookups_;
   std::int64_t totalRead_ = 0;
 };
 

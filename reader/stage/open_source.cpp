@@ -22,7 +22,6 @@ namespace {
 // Read in pieces of this size, so that a stop doesn't wait for a large buffer from a slow source.
 constexpr std::int64_t kReadPiece = 1 << 20;
 
-constexpr std::int64_t kStatBlock = 512;  // the unit of st_blocks
 // What a slot can stand for.
 constexpr std::int64_t kLongestPiece = std::numeric_limits<decltype(BufferSlot::length)>::max();
 
@@ -58,7 +57,7 @@ int OpenSource::open(FileC& file, HoleSearch holes) {
   }
   if (FileIdentity(status) != file.listed || !isAsRecorded(file, status)) follow(status);
   cache_.begin(fd_.get(), file.fileSize);
-  mayHaveHoles_ = holes == HoleSearch::kOn && status.st_blocks * kStatBlock < file.fileSize;
+  mayHaveHoles_ = holes == HoleSearch::kOn && allocatedBytes(status) < file.fileSize;
   return 0;
 }
 

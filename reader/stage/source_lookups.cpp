@@ -1,0 +1,85 @@
+#include "reader/stage/source_lookups.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "reader/record/file_c.h"
+
+namespace tamrix {
+
+namespace {
+
+// An opening that took longer may have been waited for. On a fast file system it takes about a tenth.
+constexpr std::chrono::microseconds kSlowOpening(25);
+
+}  // namespace
+
+void SourceLookups::lookUp(const std::string& path) {
+  struct stat ignored {};
+  (void)stat(path.c_str(), &ignored);
+}
+
+SourceLookups::SourceLookups(const std::vector<Extent*>& extents, const StopFlag& stop, Lookup lookup)
+    : extents_(extents), lookup_(std::move(lookup)), helpers_("lookup", stop, [this] { help(); }) {}
+
+SourceLookups::~SourceLookups() {
+  {
+    const MutexLock lock(mutex_);
+    ended_ = true;
+  }
+  changed_.notifyAll();
+  helpers_.join();
+}
+
+void SourceLookups::begin(std::size_t position) {
+  // Where there can be no more, those that there are must do.
+  if (helpers_.size() < helpersWanted_ && !helpers_.add()) mostHelpers_ = helpersWanted_ = helpers_.size();
+  if (helpers_.size() > 0 && offeredUpTo_ <= position + kFilesAhead / 2) offerAfter(position);
+  if (helpersWanted_ == mostHelpers_) return;
+  // Asking for the usage takes some calls of its own.
+  if (isSlow_) before_ = ThreadUsage::now();
+  begun_ = std::chrono::steady_clock::now();
+}
+
+void SourceLookups::end() {
+  if (helpersWanted_ == mostHelpers_) return;
+  isSlow_ = std::chrono::steady_clock::now() - begun_ > kSlowOpening;
+  const std::optional<ThreadUsage> before = std::exchange(before_, std::nullopt);
+  if (!isSlow_ || !before) return;
+  const ThreadUsage usage = ThreadUsage::now() - *before;
+  if (usage.asleep() * 2 > usage.clock) ++helpersWanted_;
+}
+
+void SourceLookups::offerAfter(std::size_t position) {
+  offeredUpTo_ = std::min(position + 1 + kFilesAhead, extents_.size());
+  {
+    const MutexLock lock(mutex_);
+    offered_ = offeredUpTo_;
+    next_ = std::max(next_, position + 1);
+  }
+  changed_.notifyAll();
+}
+
+void SourceLookups::help() {
+  std::string path;
+  for (;;) {
+    std::size_t number = 0;
+    {
+      const MutexLock lock(mutex_);
+      while (next_ >= offered_ && !ended_) changed_.wait(mutex_);
+      if (ended_) return;
+      number = next_++;
+    }
+    try {
+      extents_[number]->file->srcPath.copyTo(path);
+      lookup_(path);
+    } catch (const std::bad_alloc&) {
+      return;  // the reader does without
+    }
+  }
+}
+
+}  // namespace tamrix

@@ -1,0 +1,86 @@
+// The names of the next sources, looked up before they are opened.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "log/mutex.h"
+#include "pipeline/ring/stop_flag.h"
+#include "pipeline/ring/thread_usage.h"
+#include "pipeline/stage/helper_threads.h"
+#include "reader/record/extent.h"
+
+namespace tamrix {
+
+// Purpose: on a volume that a process serves (FUSE), or on a network, the system has to ask for a name before
+// it can open the file, and the reader waits for both answers. For small files that is most of its time. So
+// helper threads look up the names of the files that come next (stat(2)); the system keeps the answers for
+// about a second, and to open such a file it has to ask once only. What the helpers learn is not used, and no
+// file is opened before its turn.
+//
+// Where opening does not wait, as on a file system in memory or one whose names were just listed, no helper
+// is ever started: an opening that took long and in which the reader slept for more than half of the time
+// adds one, up to six. As with PairProbes, the time that the reader was ready to run does not count as sleep.
+//
+// Threads: constructor and destructor on one thread, while no stage runs; Opening on the reader's; help on
+// the helpers. Lifetime: the reader stage's; the extents, their files and the stop flag outlive it.
+class SourceLookups {
+ public:
+  static constexpr std::size_t kMostHelpers = 6;
+  static constexpr std::size_t kFilesAhead = 16;  // more would be in nobody's way, and gains nothing
+
+  // Asks the system for a path, and forgets the answer.
+  using Lookup = std::function<void(const std::string& path)>;
+  static void lookUp(const std::string& path);
+
+  SourceLookups(const std::vector<Extent*>& extents, const StopFlag& stop, Lookup lookup = lookUp);
+  ~SourceLookups();
+  SourceLookups(const SourceLookups&) = delete;
+  SourceLookups& operator=(const SourceLookups&) = delete;
+
+  // To be kept while the source of extent `position` is opened; positions only grow. Throws std::bad_alloc.
+  class Opening {
+   public:
+    Opening(SourceLookups& lookups, std::size_t position) : lookups_(lookups) { lookups_.begin(position); }
+    ~Opening() { lookups_.end(); }
+    Opening(const Opening&) = delete;
+    Opening& operator=(const Opening&) = delete;
+
+   private:
+    SourceLookups& lookups_;
+  };
+
+  // So far; on the reader's thread.
+  std::size_t helpers() const { return helpers_.size(); }
+
+ private:
+  void begin(std::size_t position);
+  void end();
+  void offerAfter(std::size_t position) TAMRIX_EXCLUDES(mutex_);
+  // Until the end: looks up what is offered.
+  void help() TAMRIX_EXCLUDES(mutex_);
+
+  const std::vector<Extent*>& extents_;
+  const Lookup lookup_;
+
+  // The reader's, but for the helpers' end.
+  HelperThreads helpers_;
+  std::size_t mostHelpers_ = kMostHelpers;
+  std::size_t helpersWanted_ = 0;
+  std::size_t offeredUpTo_ = 0;
+  std::chrono::steady_clock::time_point begun_;
+  bool isSlow_ = false;                // the last opening took long
+  std::optional<ThreadUsage> before_;  // the current one, if the last took long
+
+  Mutex mutex_;
+  CondVar changed_;                                    // one of the following
+  std::size_t offered_ TAMRIX_GUARDED_BY(mutex_) = 0;  // extents before this one are, or were, offered
+  std::size_t next_ TAMRIX_GUARDED_BY(mutex_) = 0;     // the first that nobody has claimed
+  bool ended_ TAMRIX_GUARDED_BY(mutex_) = false;       // the helpers are to end
+};
+
+}  // namespace tamrix
