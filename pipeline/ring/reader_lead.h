@@ -52,7 +52,7 @@ class ReaderLead {
   // Whether a stage that waits is to be woken for `buffers`. While the source is fast, waking it on another
   // core for every buffer would cost more than it does with the buffer, so it is woken for 8 buffers or 1
   // MiB. While the source is waited for, nothing that was read lies about: it is woken for the first.
-  bool stageShouldWake(std::int64_t buffers) const { return buffers >= stageBuffers_; }
+  bool stageShouldWake(std::int64_t buffers) const { return limit_ > short_ || buffers >= stageBuffers_; }
 
   // Measuring. When a sample is due before the reader goes on or waits, it is to be taken; that may give room
   // or take it. `now` is the reader's, and the steady clock's.

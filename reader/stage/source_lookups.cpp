@@ -23,7 +23,7 @@ void SourceLookups::lookUp(const std::string& path) {
 }
 
 SourceLookups::SourceLookups(const std::vector<Extent*>& extents, const StopFlag& stop, Lookup lookup)
-    : extents_(extents), lookup_(std::move(lookup)), helpers_("lookup", stop, [this] { help(); }) {}
+    : extents_(extents), lookup_(std::move(lookup)), helper_("lookup", stop, [this] { help(); }) {}
 
 SourceLookups::~SourceLookups() {
   {
@@ -31,26 +31,24 @@ SourceLookups::~SourceLookups() {
     ended_ = true;
   }
   changed_.notifyAll();
-  helpers_.join();
+  helper_.join();
 }
 
 void SourceLookups::begin(std::size_t position) {
-  // Where there can be no more, those that there are must do.
-  if (helpers_.size() < helpersWanted_ && !helpers_.add()) mostHelpers_ = helpersWanted_ = helpers_.size();
-  if (helpers_.size() > 0 && offeredUpTo_ <= position + kFilesAhead / 2) offerAfter(position);
-  if (helpersWanted_ == mostHelpers_) return;
+  if (isHelped() && offeredUpTo_ <= position + kFilesAhead / 2) offerAfter(position);
+  if (state_ != State::kMeasuring) return;
   // Asking for the usage takes some calls of its own.
   if (isSlow_) before_ = ThreadUsage::now();
   begun_ = std::chrono::steady_clock::now();
 }
 
 void SourceLookups::end() {
-  if (helpersWanted_ == mostHelpers_) return;
+  if (state_ != State::kMeasuring) return;
   isSlow_ = std::chrono::steady_clock::now() - begun_ > kSlowOpening;
   const std::optional<ThreadUsage> before = std::exchange(before_, std::nullopt);
   if (!isSlow_ || !before) return;
   const ThreadUsage usage = ThreadUsage::now() - *before;
-  if (usage.asleep() * 2 > usage.clock) ++helpersWanted_;
+  if (usage.asleep() * 2 > usage.clock) state_ = helper_.add() ? State::kHelped : State::kAlone;
 }
 
 void SourceLookups::offerAfter(std::size_t position) {

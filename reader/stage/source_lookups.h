@@ -17,21 +17,20 @@
 namespace tamrix {
 
 // Purpose: on a volume that a process serves (FUSE), or on a network, the system has to ask for a name before
-// it can open the file, and the reader waits for both answers. For small files that is most of its time. So
-// helper threads look up the names of the files that come next (stat(2)); the system keeps the answers for
-// about a second, and to open such a file it has to ask once only. What the helpers learn is not used, and no
+// it can open the file, and the reader waits for both answers. For small files that is most of its time. So a
+// helper thread looks up the names of the files that come next (stat(2)); the system keeps the answers for
+// about a second, and to open such a file it has to ask once only. What the helper learns is not used, and no
 // file is opened before its turn.
 //
-// Where opening does not wait, as on a file system in memory or one whose names were just listed, no helper
-// is ever started: an opening that took long and in which the reader slept for more than half of the time
-// adds one, up to six. As with PairProbes, the time that the reader was ready to run does not count as sleep.
+// Where opening does not wait, as in memory or on a local disk, the helper is never started: only an opening
+// that took long, and in which the reader slept for more than half of the time, does that. As with
+// PairProbes, the time that the reader was ready to run does not count as sleep.
 //
 // Threads: constructor and destructor on one thread, while no stage runs; Opening on the reader's; help on
-// the helpers. Lifetime: the reader stage's; the extents, their files and the stop flag outlive it.
+// the helper. Lifetime: the reader stage's; the extents, their files and the stop flag outlive it.
 class SourceLookups {
  public:
-  static constexpr std::size_t kMostHelpers = 6;
-  static constexpr std::size_t kFilesAhead = 16;  // more would be in nobody's way, and gains nothing
+  static constexpr std::size_t kFilesAhead = 32;
 
   // Asks the system for a path, and forgets the answer.
   using Lookup = std::function<void(const std::string& path)>;
@@ -54,10 +53,12 @@ class SourceLookups {
     SourceLookups& lookups_;
   };
 
-  // So far; on the reader's thread.
-  std::size_t helpers() const { return helpers_.size(); }
+  // Whether the helper was started; on the reader's thread.
+  bool isHelped() const { return state_ == State::kHelped; }
 
  private:
+  enum class State { kMeasuring, kHelped, kAlone };
+
   void begin(std::size_t position);
   void end();
   void offerAfter(std::size_t position) TAMRIX_EXCLUDES(mutex_);
@@ -67,10 +68,9 @@ class SourceLookups {
   const std::vector<Extent*>& extents_;
   const Lookup lookup_;
 
-  // The reader's, but for the helpers' end.
-  HelperThreads helpers_;
-  std::size_t mostHelpers_ = kMostHelpers;
-  std::size_t helpersWanted_ = 0;
+  // The reader's.
+  HelperThreads helper_;
+  State state_ = State::kMeasuring;
   std::size_t offeredUpTo_ = 0;
   std::chrono::steady_clock::time_point begun_;
   bool isSlow_ = false;                // the last opening took long
@@ -79,8 +79,8 @@ class SourceLookups {
   Mutex mutex_;
   CondVar changed_;                                    // one of the following
   std::size_t offered_ TAMRIX_GUARDED_BY(mutex_) = 0;  // extents before this one are, or were, offered
-  std::size_t next_ TAMRIX_GUARDED_BY(mutex_) = 0;     // the first that nobody has claimed
-  bool ended_ TAMRIX_GUARDED_BY(mutex_) = false;       // the helpers are to end
+  std::size_t next_ TAMRIX_GUARDED_BY(mutex_) = 0;     // the first that was not looked up
+  bool ended_ TAMRIX_GUARDED_BY(mutex_) = false;       // the helper is to end
 };
 
 }  // namespace tamrix

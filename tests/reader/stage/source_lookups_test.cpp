@@ -41,7 +41,7 @@ void workAWhile() {
   }
 }
 
-TEST(SourceLookups, areHelpedWithOnlyWhereOpeningIsWaitedForAndByTheNextFilesOnly) {
+TEST(SourceLookups, areMadeOnlyWhereOpeningIsWaitedForAndOfTheNextFilesOnly) {
   constexpr std::size_t kFiles = 5000;
   const Files files(kFiles);
   PipelineGlobals globals;
@@ -60,11 +60,12 @@ TEST(SourceLookups, areHelpedWithOnlyWhereOpeningIsWaitedForAndByTheNextFilesOnl
     opening();
   };
   for (; position < 100; ++position) open(workAWhile);
-  EXPECT_EQ(lookups.helpers(), 0);
+  EXPECT_FALSE(lookups.isHelped());
   // A busy machine may make one look like work.
-  for (; position < kFiles / 2 && lookups.helpers() < SourceLookups::kMostHelpers; ++position) {
+  for (; position < kFiles / 2 && !lookups.isHelped(); ++position) {
     open(sleepAWhile);
   }
+  ASSERT_TRUE(lookups.isHelped());
   // Each of the others is looked up before its turn. Waits for that.
   for (; position < kFiles; ++position) {
     open([] {});
@@ -73,7 +74,6 @@ TEST(SourceLookups, areHelpedWithOnlyWhereOpeningIsWaitedForAndByTheNextFilesOnl
       isThere = seen.contains(position + 1);
     }
   }
-  EXPECT_EQ(lookups.helpers(), SourceLookups::kMostHelpers);
   EXPECT_EQ(faults, 0);
   EXPECT_EQ(*seen.rbegin(), kFiles - 1);
 }
@@ -87,11 +87,12 @@ TEST(SourceLookups, endWithAStopWhileALookupWaits) {
     while (!globals.stopExecution.isSet()) pause();  // until it is interrupted
   });
   std::size_t position = 0;
-  for (; position < files.list().size() - 1 && lookups.helpers() == 0; ++position) {
+  for (; position < files.list().size() - 1 && !lookups.isHelped(); ++position) {
     const SourceLookups::Opening opening(lookups, position);
     sleepAWhile();
   }
-  ASSERT_GT(lookups.helpers(), 0);
+  ASSERT_TRUE(lookups.isHelped());
+  const SourceLookups::Opening offers(lookups, position);
   while (waiting == 0) usleep(100);
   globals.stopPipeline();
 }
