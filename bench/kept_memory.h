@@ -12,9 +12,9 @@ namespace tamrix::bench {
 // here is free for less than that when a copy begins to use it. What a copy still needs after two seconds may
 // have gone; so a program that takes longer may pay for some of it.
 //
-// Half as much again, because the page cache of a disk takes memory in large pieces. What was given up here
-// lies in small ones, which join again only in part; for the rest the system prefers large free pieces that
-// the host has taken.
+// Half as much again, and in large pages, because the page cache of a disk takes memory in large pieces. What
+// is given up in small ones joins again only in part, and for the rest the system takes large pieces that were
+// free for long.
 //
 // Threads: one. Throws std::system_error where there is not so much memory.
 class KeptMemory {
