@@ -27,6 +27,7 @@ struct ThreadUsage {
   std::chrono::nanoseconds asleep() const {
     return sleeps > 0 ? clock - processor - queued : std::chrono::nanoseconds(0);
   }
+  bool isMostlyAsleep() const { return asleep() * 2 > clock; }
 };
 
 }  // namespace tamrix

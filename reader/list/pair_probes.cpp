@@ -141,10 +141,7 @@ void PairProbes::probeNext(Resolvers& resolvers) {
   const Outcome outcome = probe(batch, resolvers);
   isSlow = std::chrono::steady_clock::now() - begun > kSlowPair * batch.count;
   std::size_t more = 0;
-  if (isSlow && before) {
-    const ThreadUsage usage = ThreadUsage::now() - *before;
-    if (usage.asleep() * 2 > usage.clock) more = 1;
-  }
+  if (isSlow && before && (ThreadUsage::now() - *before).isMostlyAsleep()) more = 1;
   {
     const MutexLock lock(mutex_);
     outcomes_[place] = outcome;

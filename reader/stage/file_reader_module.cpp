@@ -69,12 +69,8 @@ int FileReaderModule::passOver(BufferSlot& slot) {
 int FileReaderModule::openSource(FileC& file) {
   const std::int64_t listedSize = file.fileSize;
   const HoleSearch holes = globals_.sparseMode != 0 ? HoleSearch::kOn : HoleSearch::kOff;
-  int opened = 0;
-  {
-    const SourceLookups::Opening opening(lookups_, position_);
-    opened = source_.open(file, holes);
-  }
-  if (opened != 0) return 1;
+  const SourceLookups::Opening opening(lookups_, position_);
+  if (source_.open(file, holes) != 0) return 1;
   // A file has one extent, and that is as long as the file turns out to be.
   remaining_ += file.fileSize - listedSize;
   return 0;

@@ -35,7 +35,7 @@ SourceLookups::~SourceLookups() {
 }
 
 void SourceLookups::begin(std::size_t position) {
-  if (isHelped() && offeredUpTo_ <= position + kFilesAhead / 2) offerAfter(position);
+  if (isHelped()) offerAfter(position);
   if (state_ != State::kMeasuring) return;
   // Asking for the usage takes some calls of its own.
   if (isSlow_) before_ = ThreadUsage::now();
@@ -47,15 +47,16 @@ void SourceLookups::end() {
   isSlow_ = std::chrono::steady_clock::now() - begun_ > kSlowOpening;
   const std::optional<ThreadUsage> before = std::exchange(before_, std::nullopt);
   if (!isSlow_ || !before) return;
-  const ThreadUsage usage = ThreadUsage::now() - *before;
-  if (usage.asleep() * 2 > usage.clock) state_ = helper_.add() ? State::kHelped : State::kAlone;
+  if ((ThreadUsage::now() - *before).isMostlyAsleep()) {
+    state_ = helper_.add() ? State::kHelped : State::kAlone;
+  }
 }
 
 void SourceLookups::offerAfter(std::size_t position) {
-  offeredUpTo_ = std::min(position + 1 + kFilesAhead, extents_.size());
   {
     const MutexLock lock(mutex_);
-    offered_ = offeredUpTo_;
+    if (offered_ == extents_.size() || offered_ > position + kFilesAhead / 2) return;
+    offered_ = std::min(position + 1 + kFilesAhead, extents_.size());
     next_ = std::max(next_, position + 1);
   }
   changed_.notifyAll();

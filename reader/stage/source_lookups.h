@@ -22,9 +22,9 @@ namespace tamrix {
 // about a second, and to open such a file it has to ask once only. What the helper learns is not used, and no
 // file is opened before its turn.
 //
-// Where opening does not wait, as in memory or on a local disk, the helper is never started: only an opening
-// that took long, and in which the reader slept for more than half of the time, does that. As with
-// PairProbes, the time that the reader was ready to run does not count as sleep.
+// Where opening does not wait, as in memory, the helper is never started: only an opening that took long, and
+// in which the reader slept for more than half of the time, does that. As with PairProbes, the time that the
+// reader was ready to run does not count as sleep.
 //
 // Threads: constructor and destructor on one thread, while no stage runs; Opening on the reader's; help on
 // the helper. Lifetime: the reader stage's; the extents, their files and the stop flag outlive it.
@@ -61,6 +61,7 @@ class SourceLookups {
 
   void begin(std::size_t position);
   void end();
+  // When half of what was offered is behind `position`, offers more.
   void offerAfter(std::size_t position) TAMRIX_EXCLUDES(mutex_);
   // Until the end: looks up what is offered.
   void help() TAMRIX_EXCLUDES(mutex_);
@@ -71,7 +72,6 @@ class SourceLookups {
   // The reader's.
   HelperThreads helper_;
   State state_ = State::kMeasuring;
-  std::size_t offeredUpTo_ = 0;
   std::chrono::steady_clock::time_point begun_;
   bool isSlow_ = false;                // the last opening took long
   std::optional<ThreadUsage> before_;  // the current one, if the last took long

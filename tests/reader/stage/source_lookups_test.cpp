@@ -1,6 +1,7 @@
 #include "reader/stage/source_lookups.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -69,7 +70,7 @@ TEST(SourceLookups, areMadeOnlyWhereOpeningIsWaitedForAndOfTheNextFilesOnly) {
   // Each of the others is looked up before its turn. Waits for that.
   for (; position < kFiles; ++position) {
     open([] {});
-    for (bool isThere = position + 1 == kFiles; !isThere;) {
+    for (bool isThere = position + 1 == kFiles; !isThere; sched_yield()) {
       const std::lock_guard lock(mutex);
       isThere = seen.contains(position + 1);
     }
